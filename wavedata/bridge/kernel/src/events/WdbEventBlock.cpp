@@ -1,0 +1,305 @@
+#include "events/WdbEventBlock.h"
+
+#include <algorithm>
+#include <array>
+#include <ostream>
+#include <vector>
+
+#include "container/WdbBlockCodec.h"
+#include "events/WdbEventKey.h"
+#include "events/WdbLiveEvent.h"
+
+namespace Korvel {
+namespace {
+
+const WdbStoreTexts StoreTexts = {
+    "WDB FATAL ERROR: failed to add event block for the following reason: ",
+    "WDB FATAL ERROR: unspecified exception thrown for the following reason: ",
+    "WDB FATAL ERROR: caught unspecified exception in WdbEventBlock::addBlock for the following "
+    "reason: ",
+};
+
+// Times of a damaged block may lie anywhere; their difference then has no meaning, but is defined.
+long long timeBetween(long long earlier, long long later) {
+    return static_cast<long long>(static_cast<unsigned long long>(later) -
+                                  static_cast<unsigned long long>(earlier));
+}
+
+WdbEventKey keyOf(const WdbEvent& event) {
+    return {event.getTime(), event.getStartAddress(), event.getValuelength()};
+}
+
+std::size_t hashOf(const WdbEventKey& key) {
+    constexpr unsigned long long Odd = 0x9E3779B97F4A7C15ull;
+    unsigned long long hash = static_cast<unsigned long long>(key.time) * Odd;
+    hash = (hash ^ (hash >> 32) ^ static_cast<unsigned long long>(key.startAddress)) * Odd;
+    hash = (hash ^ key.valueLength) * Odd;
+    return static_cast<std::size_t>(hash >> 32);
+}
+
+// Set of keys in a table that the caller sizes: a power of two, larger than what goes in.
+template <typename Table>
+bool insertKey(Table& table, const WdbEventKey& key, unsigned int index,
+               const std::vector<WdbEventKey>& keys) {
+    const std::size_t mask = table.size() - 1;
+    for (std::size_t slot = hashOf(key) & mask;; slot = (slot + 1) & mask) {
+        if (table[slot] == 0) {
+            table[slot] = index + 1;
+            return true;
+        }
+        if (keys[table[slot] - 1] == key) return false;
+    }
+}
+
+// A block without a repeat among this many events counts as one without repeats.
+constexpr unsigned int EventsLookedAt = 102;
+
+// Whether one of the first events of a block is written again among them.
+bool hasRepeatEarlyOn(const std::vector<WdbEventKey>& keys) {
+    std::array<unsigned int, 256> table = {};
+    for (unsigned int i = 0; i < keys.size(); ++i) {
+        if (!insertKey(table, keys[i], i, keys)) return true;
+    }
+    return false;
+}
+
+// For each event whether no later one has the same key.
+std::vector<bool> findLastWrites(const std::vector<WdbEventKey>& keys) {
+    std::size_t tableSize = 16;
+    while (tableSize < 2 * keys.size())
+        tableSize *= 2;
+    std::vector<unsigned int> table(tableSize);
+    std::vector<bool> isLast(keys.size());
+    for (unsigned int i = static_cast<unsigned int>(keys.size()); i-- > 0;) {
+        isLast[i] = insertKey(table, keys[i], i, keys);
+    }
+    return isLast;
+}
+
+}  // namespace
+
+WdbEventBlock::WdbEventBlock(unsigned int capacity, long long baseAddress)
+    : m_baseAddress(baseAddress),
+      m_capacity(std::max(capacity, HeaderSize)),
+      m_image(std::make_unique<char[]>(m_capacity)) {
+    m_offsets.reserve(ReservedOffsets);
+}
+
+WdbEventBlock::WdbEventBlock(const WdbEventBlock& other)
+    : WdbEventBlock(other.m_capacity, other.m_baseAddress) {
+    *this = other;
+}
+
+WdbEventBlock& WdbEventBlock::operator=(const WdbEventBlock& other) {
+    if (this == &other) return *this;
+    if (m_capacity != other.m_capacity) m_image = std::make_unique<char[]>(other.m_capacity);
+    m_capacity = other.m_capacity;
+    clear();
+    m_fileOffset = other.m_fileOffset;
+    m_baseAddress = other.m_baseAddress;
+    std::memcpy(m_image.get(), other.m_image.get(), m_capacity);
+    walkImage(other.size());
+    return *this;
+}
+
+void WdbEventBlock::addEvent(const WdbLiveEvent* event) {
+    addEvent(event->m_time, event->m_address, event->m_valueLength, event->getValue());
+}
+
+void WdbEventBlock::addEvent(char* encoded, unsigned int size) {
+    if (size == 0) return;
+    std::memcpy(m_image.get() + m_usedSize, encoded, size);
+    recordEvent(size);
+}
+
+void WdbEventBlock::clear() {
+    std::memset(m_image.get(), 0, m_capacity);
+    m_usedSize = HeaderSize;
+    m_offsets.clear();
+}
+
+WdbEventBlock::Iterator WdbEventBlock::getIterator() const {
+    storeCount();
+    return {m_image.get(), m_baseAddress, m_offsets};
+}
+
+WdbEventIterator WdbEventBlock::getEventIterator() const {
+    storeCount();
+    return {m_image.get(), m_baseAddress, m_offsets};
+}
+
+long long WdbEventBlock::addBlock(WdbIBlockManager& store, unsigned int& compressedSize) const {
+    if (isEmpty()) return 0;
+    fillHeader();
+    return storeDeflated(store, m_image.get(), m_capacity, compressedSize, StoreTexts);
+}
+
+void WdbEventBlock::loadBlock(long long offset, unsigned int compressedSize,
+                              const WdbIBlockManager& store) {
+    clear();
+    if (!loadInflated(store, offset, compressedSize, m_image.get(), m_capacity)) return;
+    walkImage(claimedCount());
+}
+
+void WdbEventBlock::putBlock(long long offset, WdbIBlockManager& store) const {
+    if (isEmpty()) return;
+    fillHeader();
+    store.putBlock(offset, m_image.get(), m_capacity);
+}
+
+void WdbEventBlock::getkeyMap(long long baseAddress, unsigned char key[KeySize]) const {
+    std::memset(key, 0, KeySize);
+    for (unsigned int i = 0; i < size(); ++i) {
+        const WdbEvent event = eventAt(i);
+        const long long first = event.getStartAddress() - baseAddress;
+        const long long end = first + event.getValuelength();
+        for (long long p = std::max(first, 0ll); p < std::min<long long>(end, KeyAddresses); ++p) {
+            key[p / 8] = static_cast<unsigned char>(key[p / 8] | 1u << (p % 8));
+        }
+    }
+}
+
+bool WdbEventBlock::isAddressInKey(long long address, long long baseAddress,
+                                   const unsigned char* key) {
+    const int p = static_cast<int>(address - baseAddress);
+    if (p < 0 || p >= static_cast<int>(KeyAddresses)) return false;
+    return (key[p / 8] >> (p % 8) & 1) != 0;
+}
+
+// Per address of a bucket, the changes that a block holds of it.
+class WdbEventBlock::GapTable {
+public:
+    GapTable(const WdbEventBlock& block, long long baseAddress) : m_slots(KeyAddresses) {
+        for (unsigned int i = 0; i < block.size(); ++i) {
+            const WdbEvent event = block.eventAt(i);
+            const std::size_t first = static_cast<unsigned int>(event.getStartAddress()) -
+                                      static_cast<unsigned int>(baseAddress);
+            for (std::size_t p = first; p < first + event.getValuelength(); ++p) {
+                note(m_slots.at(p), event.getTime());
+            }
+        }
+    }
+
+    long long largestGap(long long blockTimeSpan) const {
+        long long largest = 0;
+        for (const Slot& slot : m_slots) {
+            if (!slot.seen) continue;
+            if (!slot.seenTwice) return blockTimeSpan;
+            largest = std::max(largest, slot.largestGap);
+        }
+        return largest;
+    }
+
+    void fillKey(unsigned char key[KeySize]) const {
+        std::memset(key, 0, KeySize);
+        for (std::size_t p = 0; p < m_slots.size(); ++p) {
+            if (m_slots[p].seen)
+                key[p / 8] = static_cast<unsigned char>(key[p / 8] | 1u << (p % 8));
+        }
+    }
+
+private:
+    struct Slot {
+        bool seen = false;
+        bool seenTwice = false;
+        long long lastTime = 0;
+        long long largestGap = 0;
+    };
+
+    static void note(Slot& slot, long long time) {
+        if (slot.seen) {
+            slot.largestGap = std::max(slot.largestGap, timeBetween(slot.lastTime, time));
+            slot.seenTwice = true;
+        }
+        slot.seen = true;
+        slot.lastTime = time;
+    }
+
+    std::vector<Slot> m_slots;
+};
+
+long long WdbEventBlock::getLargestDiff(long long baseAddress) const {
+    return GapTable(*this, baseAddress).largestGap(timeSpan());
+}
+
+void WdbEventBlock::getLargestDiffAndKey(long long baseAddress, long long& largestDiff,
+                                         unsigned char key[KeySize]) const {
+    const GapTable table(*this, baseAddress);
+    table.fillKey(key);
+    largestDiff = table.largestGap(timeSpan());
+}
+
+void WdbEventBlock::filterOutRepeatedValue() {
+    std::vector<WdbEventKey> keys;
+    keys.reserve(size());
+    for (unsigned int i = 0; i < std::min(size(), EventsLookedAt); ++i) {
+        keys.push_back(keyOf(eventAt(i)));
+    }
+    if (!hasRepeatEarlyOn(keys)) return;
+    for (unsigned int i = EventsLookedAt; i < size(); ++i)
+        keys.push_back(keyOf(eventAt(i)));
+
+    const std::vector<bool> isLast = findLastWrites(keys);
+    WdbEventBlock kept(m_capacity, m_baseAddress);
+    for (unsigned int i = 0; i < size(); ++i) {
+        WdbEvent event = eventAt(i);
+        if (isLast[i]) kept.addEvent(event.getValue() - WdbEvent::HeaderSize, event.sizeofEvent());
+    }
+    *this = kept;
+}
+
+void WdbEventBlock::dump(std::ostream& out, bool withEvents) const {
+    out << "--WdbEventBlock:dump()" << std::endl
+        << "  m_startTime = " << getStartTime() << std::endl
+        << "  m_timeLength = " << getTimeLength() << std::endl
+        << "  numberOfEvents = " << size() << std::endl;
+    if (!withEvents) return;
+    WdbEventIterator events = getEventIterator();
+    while (events.hasNext()) {
+        // Always 0: scripts in the field match this line as it is.
+        out << "--current Event Index = " << 0 << std::endl;
+        events.next()->dump(out);
+    }
+}
+
+void WdbEventBlock::storeCount() const {
+    const unsigned int count = size();
+    std::memcpy(m_image.get() + CountOffset, &count, sizeof(count));
+}
+
+void WdbEventBlock::fillHeader() const {
+    const long long startTime = eventAt(0).getTime();
+    const long long timeLength = timeSpan();
+    std::memcpy(m_image.get() + StartTimeOffset, &startTime, sizeof(startTime));
+    std::memcpy(m_image.get() + TimeLengthOffset, &timeLength, sizeof(timeLength));
+    storeCount();
+}
+
+unsigned int WdbEventBlock::claimedCount() const {
+    unsigned int count;
+    std::memcpy(&count, m_image.get() + CountOffset, sizeof(count));
+    return count;
+}
+
+// Finds the events of an image that was copied or read. Neither the count nor a length is trusted.
+void WdbEventBlock::walkImage(unsigned int eventCount) {
+    for (unsigned int i = 0; i < eventCount; ++i) {
+        if (!hasRoomFor(0)) return;
+        const unsigned int length = WdbEvent(m_image.get() + m_usedSize).getValuelength();
+        if (!hasRoomFor(length)) return;
+        recordEvent(WdbEvent::HeaderSize + length);
+    }
+}
+
+WdbEvent WdbEventBlock::eventAt(unsigned int index) const {
+    WdbEvent event(m_image.get() + m_offsets[index]);
+    event.setBaseAddress(m_baseAddress);
+    return event;
+}
+
+long long WdbEventBlock::timeSpan() const {
+    if (isEmpty()) return 0;
+    return timeBetween(eventAt(0).getTime(), eventAt(size() - 1).getTime());
+}
+
+}  // namespace Korvel
