@@ -37,31 +37,22 @@ std::size_t hashOf(const WdbEventKey& key) {
     return static_cast<std::size_t>(hash >> 32);
 }
 
-// Set of keys in a table that the caller sizes: a power of two, larger than what goes in.
-template <typename Table>
-bool insertKey(Table& table, const WdbEventKey& key, unsigned int index,
-               const std::vector<WdbEventKey>& keys) {
+// Puts the key of event @p index into a table of indices plus one, whose size is a power of two and
+// larger than the number of keys. False when an equal key is there already.
+template <typename Table, typename Keys>
+bool insertKey(Table& table, unsigned int index, const Keys& keys) {
     const std::size_t mask = table.size() - 1;
-    for (std::size_t slot = hashOf(key) & mask;; slot = (slot + 1) & mask) {
+    for (std::size_t slot = hashOf(keys[index]) & mask;; slot = (slot + 1) & mask) {
         if (table[slot] == 0) {
-            table[slot] = index + 1;
+            table[slot] = static_cast<typename Table::value_type>(index + 1);
             return true;
         }
-        if (keys[table[slot] - 1] == key) return false;
+        if (keys[table[slot] - 1] == keys[index]) return false;
     }
 }
 
 // A block without a repeat among this many events counts as one without repeats.
 constexpr unsigned int EventsLookedAt = 102;
-
-// Whether one of the first events of a block is written again among them.
-bool hasRepeatEarlyOn(const std::vector<WdbEventKey>& keys) {
-    std::array<unsigned int, 256> table = {};
-    for (unsigned int i = 0; i < keys.size(); ++i) {
-        if (!insertKey(table, keys[i], i, keys)) return true;
-    }
-    return false;
-}
 
 // For each event whether no later one has the same key.
 std::vector<bool> findLastWrites(const std::vector<WdbEventKey>& keys) {
@@ -71,7 +62,7 @@ std::vector<bool> findLastWrites(const std::vector<WdbEventKey>& keys) {
     std::vector<unsigned int> table(tableSize);
     std::vector<bool> isLast(keys.size());
     for (unsigned int i = static_cast<unsigned int>(keys.size()); i-- > 0;) {
-        isLast[i] = insertKey(table, keys[i], i, keys);
+        isLast[i] = insertKey(table, i, keys);
     }
     return isLast;
 }
@@ -81,9 +72,7 @@ std::vector<bool> findLastWrites(const std::vector<WdbEventKey>& keys) {
 WdbEventBlock::WdbEventBlock(unsigned int capacity, long long baseAddress)
     : m_baseAddress(baseAddress),
       m_capacity(std::max(capacity, HeaderSize)),
-      m_image(std::make_unique<char[]>(m_capacity)) {
-    m_offsets.reserve(ReservedOffsets);
-}
+      m_image(std::make_unique<char[]>(m_capacity)) {}
 
 WdbEventBlock::WdbEventBlock(const WdbEventBlock& other)
     : WdbEventBlock(other.m_capacity, other.m_baseAddress) {
@@ -115,17 +104,19 @@ void WdbEventBlock::addEvent(char* encoded, unsigned int size) {
 void WdbEventBlock::clear() {
     std::memset(m_image.get(), 0, m_capacity);
     m_usedSize = HeaderSize;
-    m_offsets.clear();
+    m_eventCount = 0;
+    m_lastEvent = 0;
+    m_offsets.setSize(0);
 }
 
 WdbEventBlock::Iterator WdbEventBlock::getIterator() const {
     storeCount();
-    return {m_image.get(), m_baseAddress, m_offsets};
+    return {m_image.get(), m_baseAddress, offsets()};
 }
 
 WdbEventIterator WdbEventBlock::getEventIterator() const {
     storeCount();
-    return {m_image.get(), m_baseAddress, m_offsets};
+    return {m_image.get(), m_baseAddress, offsets()};
 }
 
 long long WdbEventBlock::addBlock(WdbIBlockManager& store, unsigned int& compressedSize) const {
@@ -229,14 +220,25 @@ void WdbEventBlock::getLargestDiffAndKey(long long baseAddress, long long& large
     largestDiff = table.largestGap(timeSpan());
 }
 
+// Looked at for every block that fills up, so without an allocation.
+bool WdbEventBlock::hasRepeatEarlyOn() const {
+    std::array<WdbEventKey, EventsLookedAt> keys;
+    std::array<unsigned char, 256> table = {};
+    unsigned int offset = HeaderSize;
+    for (unsigned int i = 0; i < std::min(size(), EventsLookedAt); ++i) {
+        const WdbEvent event = eventAtOffset(offset);
+        keys[i] = keyOf(event);
+        if (!insertKey(table, i, keys)) return true;
+        offset += event.sizeofEvent();
+    }
+    return false;
+}
+
 void WdbEventBlock::filterOutRepeatedValue() {
+    if (!hasRepeatEarlyOn()) return;
     std::vector<WdbEventKey> keys;
     keys.reserve(size());
-    for (unsigned int i = 0; i < std::min(size(), EventsLookedAt); ++i) {
-        keys.push_back(keyOf(eventAt(i)));
-    }
-    if (!hasRepeatEarlyOn(keys)) return;
-    for (unsigned int i = EventsLookedAt; i < size(); ++i)
+    for (unsigned int i = 0; i < size(); ++i)
         keys.push_back(keyOf(eventAt(i)));
 
     const std::vector<bool> isLast = findLastWrites(keys);
@@ -268,7 +270,7 @@ void WdbEventBlock::storeCount() const {
 }
 
 void WdbEventBlock::fillHeader() const {
-    const long long startTime = eventAt(0).getTime();
+    const long long startTime = eventAtOffset(HeaderSize).getTime();
     const long long timeLength = timeSpan();
     std::memcpy(m_image.get() + StartTimeOffset, &startTime, sizeof(startTime));
     std::memcpy(m_image.get() + TimeLengthOffset, &timeLength, sizeof(timeLength));
@@ -291,15 +293,30 @@ void WdbEventBlock::walkImage(unsigned int eventCount) {
     }
 }
 
-WdbEvent WdbEventBlock::eventAt(unsigned int index) const {
-    WdbEvent event(m_image.get() + m_offsets[index]);
+const CArray& WdbEventBlock::offsets() const {
+    if (m_offsets.size() == m_eventCount) return m_offsets;
+    if (m_offsets.capacity() < m_eventCount) {
+        m_offsets.grow(std::max(m_eventCount, ReservedOffsets));
+    }
+    unsigned int offset = m_offsets.empty()
+                              ? HeaderSize
+                              : m_offsets.back() + eventAtOffset(m_offsets.back()).sizeofEvent();
+    while (m_offsets.size() < m_eventCount) {
+        m_offsets.push_back(offset);
+        offset += eventAtOffset(offset).sizeofEvent();
+    }
+    return m_offsets;
+}
+
+WdbEvent WdbEventBlock::eventAtOffset(unsigned int offset) const {
+    WdbEvent event(m_image.get() + offset);
     event.setBaseAddress(m_baseAddress);
     return event;
 }
 
 long long WdbEventBlock::timeSpan() const {
     if (isEmpty()) return 0;
-    return timeBetween(eventAt(0).getTime(), eventAt(size() - 1).getTime());
+    return timeBetween(eventAtOffset(HeaderSize).getTime(), eventAtOffset(m_lastEvent).getTime());
 }
 
 }  // namespace Korvel

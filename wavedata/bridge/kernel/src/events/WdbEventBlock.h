@@ -99,7 +99,7 @@ public:
         std::memcpy(event, &time, sizeof(time));
         std::memcpy(event + 8, &relative, sizeof(relative));
         std::memcpy(event + 12, &length, sizeof(length));
-        std::memcpy(event + WdbEvent::HeaderSize, value, length);
+        copyValue(event + WdbEvent::HeaderSize, value, length);
         recordEvent(WdbEvent::HeaderSize + length);
     }
 
@@ -110,8 +110,10 @@ public:
     /// Adds an event that is already encoded against this block's base address.
     void addEvent(char* encoded, unsigned int size);
 
-    bool isEmpty() const { return m_offsets.empty(); }
-    unsigned int size() const { return m_offsets.size(); }
+    bool isEmpty() const { return m_eventCount == 0; }
+
+    /// Number of events.
+    unsigned int size() const { return m_eventCount; }
     void clear();
 
     unsigned int getMaxEventBlockSize() const { return m_capacity; }
@@ -171,30 +173,49 @@ private:
 
     class GapTable;
 
+    // Most changes are one VHDL element or one Verilog word pair, which need no call to copy.
+    static void copyValue(char* to, const unsigned char* value, unsigned int length) {
+        if (length == 8) {
+            std::memcpy(to, value, 8);
+        } else if (length == 1) {
+            *to = static_cast<char>(*value);
+        } else {
+            std::memcpy(to, value, length);
+        }
+    }
+
     long long readHeader(unsigned int offset) const {
         long long value;
         std::memcpy(&value, m_image.get() + offset, sizeof(value));
         return value;
     }
+    bool hasRepeatEarlyOn() const;
     void storeCount() const;
     void fillHeader() const;
     unsigned int claimedCount() const;
     void walkImage(unsigned int eventCount);
-    WdbEvent eventAt(unsigned int index) const;
+    const CArray& offsets() const;
+    WdbEvent eventAtOffset(unsigned int offset) const;
+    WdbEvent eventAt(unsigned int index) const { return eventAtOffset(offsets()[index]); }
     long long timeSpan() const;
 
     void recordEvent(unsigned int size) {
-        if (m_offsets.size() == m_offsets.capacity()) m_offsets.grow(2 * m_offsets.capacity());
-        m_offsets.push_back(m_usedSize);
+        m_lastEvent = m_usedSize;
         m_usedSize += size;
+        ++m_eventCount;
     }
 
+    // What adding an event touches fits one cache line: a simulation's changes are scattered over
+    // many blocks, and every further line is a miss.
     long long m_baseAddress;
     unsigned int m_capacity;
     unsigned int m_usedSize = HeaderSize;  // bytes of the image in use, header included
+    unsigned int m_eventCount = 0;
+    unsigned int m_lastEvent = 0;  // offset of the event added last; 0 in an empty block
     std::unique_ptr<char[]> m_image;
     long long m_fileOffset = 0;  // where the owner stored the block; 0 until it says so
-    CArray m_offsets;            // of each event in the image
+    // Offset of each event in the image, found out when first asked for: a writer never asks.
+    mutable CArray m_offsets{0};
 };
 
 }  // namespace Korvel

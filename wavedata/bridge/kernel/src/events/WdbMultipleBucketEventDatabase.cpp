@@ -35,6 +35,7 @@ void WdbMultipleBucketEventDatabase::initialize(long long headerOffset, bool wri
                         : -1;
     m_lists.clear();
     m_lists.resize(header.numberOfBuckets);
+    m_blocks.assign(header.numberOfBuckets, nullptr);
     m_latestTime = header.latestTime;
     // The header of a recording that was killed still says less than its blocks.
     for (unsigned int bucket = 0; bucket < header.numberOfBuckets; ++bucket) {
@@ -70,6 +71,24 @@ bool WdbMultipleBucketEventDatabase::addressHash(long long address, unsigned int
 void WdbMultipleBucketEventDatabase::writeEvent(long long time, long long address,
                                                 unsigned int valueLength,
                                                 const unsigned char* value) {
+    if (m_bucketShift >= 0 && address >= 0 && address <= m_numberOfAddresses) {
+        const auto bucket = static_cast<std::size_t>(address >> m_bucketShift);
+        const long long left = m_addressesPerBucket - (address & (m_addressesPerBucket - 1));
+        if (bucket < m_blocks.size() && valueLength <= left) {
+            WdbEventBlock* block = m_blocks[bucket];
+            if (block != nullptr && block->canAdd(valueLength)) {
+                block->addEvent(time, address, valueLength, value);
+                return;
+            }
+        }
+    }
+    writeAcrossBuckets(time, address, valueLength, value);
+}
+
+// Any event, whether it fits its bucket's current block or not.
+void WdbMultipleBucketEventDatabase::writeAcrossBuckets(long long time, long long address,
+                                                        unsigned int valueLength,
+                                                        const unsigned char* value) {
     if (m_lists.empty()) throw std::out_of_range("The event section has no bucket.");
     for (;;) {
         unsigned int bucket = 0;
@@ -77,6 +96,7 @@ void WdbMultipleBucketEventDatabase::writeEvent(long long time, long long addres
         long long last = 0;
         const bool inRange = addressHash(address, bucket, first, last);
         WdbEventBlockList* list = getOrCreateEventBlockList(static_cast<int>(bucket));
+        m_blocks[bucket] = &list->openRecord();
         if (!inRange || last >= address + static_cast<long long>(valueLength) - 1) {
             saveEvent(list, time, address, valueLength, value);
             return;
@@ -119,8 +139,8 @@ WdbEventBlockList* WdbMultipleBucketEventDatabase::openList(unsigned int bucket,
 }
 
 void WdbMultipleBucketEventDatabase::flush() {
-    for (const auto& list : m_lists) {
-        if (list) list->closeRecord();
+    for (unsigned int bucket = 0; bucket < m_lists.size(); ++bucket) {
+        if (m_lists[bucket]) closeBlock(bucket);
     }
 }
 
@@ -192,12 +212,19 @@ long long WdbMultipleBucketEventDatabase::baseAddressOf(unsigned int bucket) con
     return bucket * m_addressesPerBucket;
 }
 
+// Stores the current block. A block that writeEvent() fills directly stays open for the next event.
+void WdbMultipleBucketEventDatabase::closeBlock(unsigned int bucket) const {
+    m_lists[bucket]->closeRecord();
+    if (m_blocks[bucket] != nullptr) m_lists[bucket]->openRecord();
+}
+
 // Null for a bucket that never received an event.
 WdbIEventBlockDatabase::IteratorPtr WdbMultipleBucketEventDatabase::makeIterator(
     unsigned int bucket) const {
     WdbEventBlockList* list = loadEventBlockList(static_cast<int>(bucket));
     if (list == nullptr) return {};
-    list->settle();
+    closeBlock(bucket);
+    list->flush();
     return boost::make_shared<Iterator>(m_section.store(), list->getFirstNode(),
                                         baseAddressOf(bucket));
 }

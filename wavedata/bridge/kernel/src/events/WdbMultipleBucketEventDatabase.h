@@ -67,11 +67,17 @@ private:
     WdbEventBlockList* openList(unsigned int bucket, WdbListAccess access) const;
     long long baseAddressOf(unsigned int bucket) const;
     IteratorPtr makeIterator(unsigned int bucket) const;
+    void writeAcrossBuckets(long long time, long long address, unsigned int valueLength,
+                            const unsigned char* value);
+    void closeBlock(unsigned int bucket) const;
 
     WdbEventSection m_section;
     mutable std::vector<std::unique_ptr<WdbEventBlockList>> m_lists;  // a bucket; null: not open
     long long m_latestTime = 0;
     bool m_filter = false;
+    // The lists' current blocks, so that an event finds its block in one step. Null where a bucket
+    // has none yet, and in a section that is only read.
+    mutable std::vector<WdbEventBlock*> m_blocks;
     // The next three are the header's, kept at hand for every event.
     long long m_addressesPerBucket = WdbEventDatabaseHeader::AddressesPerBucket;
     long long m_numberOfAddresses = 0;

@@ -34,16 +34,12 @@ void WdbStandAloneWriter::open(WriterMode, const std::string& designPath,
     close();
     checkSettings();
     m_fileName = fileName.empty() ? DefaultFileName : fileName;
-    m_eventDatabase.reset(WdbEventBlockDatabaseFactory::getInstance().create(
-        WdbEventBlockDatabaseFactory::MultipleBucket, m_fileManager));
-    m_eventDatabase->setFilterRepeatedValue(m_filterRepeatedValue);
     try {
-        m_fileManager.create(m_fileName);
+        openSections(designPath);
     } catch (...) {
-        m_eventDatabase.reset();
+        close();
         throw;
     }
-    openSections(designPath);
     m_pEventCheckpoint = dynamic_cast<WdbICheckpoint*>(m_eventDatabase.get());
     // From here on a reader finds an empty recording.
     m_fileManager.getBlockManager().flushStream();
@@ -66,6 +62,10 @@ void WdbStandAloneWriter::checkSettings() const {
 }
 
 void WdbStandAloneWriter::openSections(const std::string& designPath) {
+    m_eventDatabase.reset(WdbEventBlockDatabaseFactory::getInstance().create(
+        WdbEventBlockDatabaseFactory::MultipleBucket, m_fileManager));
+    m_eventDatabase->setFilterRepeatedValue(m_filterRepeatedValue);
+    m_fileManager.create(m_fileName);
     embedCompilerFiles(designPath);
     const long long header = WdbIEventBlockDatabase::createEventSection(
         WdbEventBlockDatabaseFactory::MultipleBucket, bucketCount(),

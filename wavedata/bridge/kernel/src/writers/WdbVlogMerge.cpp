@@ -30,12 +30,24 @@ std::uint32_t overwrite(std::uint32_t old, std::uint32_t fresh, std::uint32_t ma
     return (old & ~mask) | (fresh & mask);
 }
 
+void overwriteLowBits(WdbVlogPair& pair, const WdbVlogPair& fresh, unsigned int bitCount) {
+    const std::uint32_t mask = VlogBitMasks[bitCount];
+    pair.value = overwrite(pair.value, fresh.value, mask);
+    pair.secondPlane = overwrite(pair.secondPlane, fresh.secondPlane, mask);
+}
+
 }  // namespace
 
 const unsigned char* WdbVlogMerge::merge(const unsigned char* current, const unsigned char* bits,
                                          unsigned int firstBit, unsigned int endBit) {
     const Range range = pairsOf(firstBit, endBit);
     reserve(range.pairCount);
+    if (range.pairCount == 1 && firstBit % BitsPerPair == 0) {
+        // Nets and small vectors traced whole: nearly every change of a design.
+        m_pairs[0] = pairAt(current, range.firstPair);
+        overwriteLowBits(m_pairs[0], pairAt(bits, 0), endBit - firstBit);
+        return reinterpret_cast<const unsigned char*>(m_pairs.get());
+    }
     std::memcpy(m_pairs.get(), current + sizeof(WdbVlogPair) * range.firstPair,
                 sizeof(WdbVlogPair) * range.pairCount);
     if (firstBit % BitsPerPair == 0) {
@@ -62,12 +74,7 @@ void WdbVlogMerge::mergeAligned(const unsigned char* bits, unsigned int bitCount
                                 unsigned int pairCount) {
     const unsigned int last = pairCount - 1;
     std::memcpy(m_pairs.get(), bits, sizeof(WdbVlogPair) * last);
-    const unsigned int bitsInLast = bitCount - last * BitsPerPair;
-    const std::uint32_t mask = VlogBitMasks[bitsInLast];
-    const WdbVlogPair fresh = pairAt(bits, last);
-    WdbVlogPair& pair = m_pairs[last];
-    pair.value = overwrite(pair.value, fresh.value, mask);
-    pair.secondPlane = overwrite(pair.secondPlane, fresh.secondPlane, mask);
+    overwriteLowBits(m_pairs[last], pairAt(bits, last), bitCount - last * BitsPerPair);
 }
 
 // In chunks, each as long as fits the current word on both sides.
