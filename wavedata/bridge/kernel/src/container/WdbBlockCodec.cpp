@@ -92,8 +92,8 @@ struct CodecStock {
 };
 
 CodecStock& codecStock() {
-    static CodecStock* const stock = new CodecStock;
-    return *stock;
+    static CodecStock stock;
+    return stock;
 }
 
 std::unique_ptr<WdbBlockCodec> borrowCodec() {
@@ -110,6 +110,10 @@ std::unique_ptr<WdbBlockCodec> borrowCodec() {
 }
 
 }  // namespace
+
+void outliveCodecUsers() {
+    codecStock();
+}
 
 WdbCodecLease::WdbCodecLease() : m_codec(borrowCodec()) {}
 

@@ -42,8 +42,7 @@ private:
     std::vector<char> m_stored;
 };
 
-/// Borrows a codec from the process's stock for as long as it lives. Any thread may; the stock is
-/// never torn down, since recordings are closed as late as at process exit.
+/// Borrows a codec from the process's stock for as long as it lives. Any thread may.
 class WdbCodecLease {
 public:
     WdbCodecLease();
@@ -56,6 +55,10 @@ public:
 private:
     std::unique_ptr<WdbBlockCodec> m_codec;
 };
+
+/// To be called by the constructor of whatever may still compress when static objects are
+/// destroyed: the stock of codecs then goes after it.
+void outliveCodecUsers();
 
 /// The fatal texts of one kind of block.
 struct WdbStoreTexts {

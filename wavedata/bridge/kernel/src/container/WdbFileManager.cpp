@@ -7,6 +7,7 @@
 
 #include <boost/filesystem/operations.hpp>
 
+#include "container/WdbBlockCodec.h"
 #include "support/WdbFatalError.h"
 #include "support/WdbOpenFailure.h"
 
@@ -29,7 +30,7 @@ using Lock = boost::unique_lock<boost::recursive_mutex>;
 }
 
 [[noreturn]] void constituentFailed(const char* text, const std::string& path) {
-    wdbFatalError(text + path + " for the following reason: ");
+    wdbFatalError((text + path + " for the following reason: ").c_str());
 }
 
 // A whole file, which the compiler left beside the snapshot.
@@ -52,7 +53,10 @@ std::vector<unsigned char> readConstituent(const std::string& path) {
 
 }  // namespace
 
-WdbFileManager::WdbFileManager() : m_blockManager(m_stream) {}
+WdbFileManager::WdbFileManager() : m_blockManager(m_stream) {
+    // A writer that lives until the process ends compresses its last blocks then.
+    outliveCodecUsers();
+}
 
 WdbFileManager::~WdbFileManager() {
     close();
@@ -70,9 +74,8 @@ void WdbFileManager::create(const std::string& path) {
                                        " Please check that this filepath is writable or specify "
                                        "an alternative location using --wdb");
     }
-    const std::string application = m_header.getApplication();
     m_header = WdbFileHeader();
-    m_header.setApplication(application);
+    m_header.setApplication(m_application);
     m_header.m_creationTime = static_cast<unsigned int>(std::time(nullptr));
     m_blockManager.putBlock(0, reinterpret_cast<const char*>(&m_header), sizeof(m_header));
     loadContents();
@@ -148,6 +151,7 @@ void WdbFileManager::writeHeader() {
 }
 
 void WdbFileManager::setApplication(const std::string& name) {
+    m_application = name;
     m_header.setApplication(name);
     writeHeader();
 }

@@ -47,7 +47,8 @@ public:
     void readHeader();
     void writeHeader();
 
-    /// Sets the header's application field, and writes the header when a file is being written.
+    /// Names the application of every file that is created from now on, and of the one that is
+    /// being written.
     void setApplication(const std::string& name);
     std::string getApplication() const { return m_header.getApplication(); }
 
@@ -107,6 +108,7 @@ private:
     std::fstream m_stream;  // raises exceptions for the bad and the fail state while in use
     WdbFileBlockManager m_blockManager;
     WdbFileHeader m_header;
+    std::string m_application;  // set by the caller; a file that is only read has its own
     std::unique_ptr<Contents> m_contents;  // null while no file is loaded
     bool m_isOpen = false;
     bool m_isWritable = false;  // made by create, not by open

@@ -10,6 +10,8 @@
 //
 // Little-endian, no alignment assumed. Unused entries are zero.
 
+#include <cstddef>
+
 #include "container/WdbIBlockManager.h"
 #include "container/WdbIHandleCheck.h"
 
@@ -112,20 +114,13 @@ unsigned int usableEntries(const Node& node) {
 
 /// Reads a node and cuts its count to the entries that can be used.
 ///
-/// Its writer may be rewriting the node at this moment. A read that mixes two states shows an entry
-/// with a zero in it, which is cut off and leaves the older state; only a full node that looks as
-/// if it had room would leave a hole before the next one, so that is read again. Where it stays so,
-/// the node is damaged and its usable entries are all there is.
+/// Its writer may be rewriting the node at this moment, or may have been killed while it did. A
+/// node that mixes two states shows an entry with a zero in it; what lies before is the older
+/// state.
 template <typename Node>
 void readNode(const WdbIBlockManager& store, long long handle, Node& node) {
-    constexpr int Attempts = 3;
-    for (int attempt = 0; attempt < Attempts; ++attempt) {
-        store.getBlock(handle, reinterpret_cast<char*>(&node), sizeof(Node));
-        const unsigned int usable = usableEntries(node);
-        const bool consistent = node.m_next == 0 || usable == Node::Capacity;
-        node.m_count = usable;
-        if (consistent) return;
-    }
+    store.getBlock(handle, reinterpret_cast<char*>(&node), sizeof(Node));
+    node.m_count = usableEntries(node);
 }
 
 /// Goes through the nodes of a chain, first to last. Finite and safe on any bytes: it ends at a
@@ -171,6 +166,17 @@ private:
     long long m_handle = 0;  // 0 while there is no node at all
 };
 
+/// Reads the handle of a chain's first node from the 8-byte slot that its owner keeps.
+inline long long readHandleSlot(const WdbIBlockManager& store, long long slot) {
+    long long handle = 0;
+    store.getBlock(slot, reinterpret_cast<char*>(&handle), sizeof(handle));
+    return handle;
+}
+
+inline void writeHandleSlot(WdbIBlockManager& store, long long slot, long long handle) {
+    store.putBlock(slot, reinterpret_cast<const char*>(&handle), sizeof(handle));
+}
+
 /// The writing end of a chain: its last node in memory, and the handle of its first.
 template <typename Node>
 class WdbNodeChain {
@@ -192,8 +198,8 @@ public:
     /// Stores an empty node and returns its handle.
     static long long addEmptyNode(WdbIBlockManager& store) { return addNode(store, Node()); }
 
-    /// Appends an entry. A full last node is written with the handle of its successor, which is
-    /// in the store by then.
+    /// Appends an entry. A full last node is written, and only then told of its successor, which is
+    /// in the store by then: cut short anywhere, the chain still ends with whole entries.
     void append(const Entry& entry) {
         if (m_last.m_count < Node::Capacity) {
             m_last.append(entry);
@@ -202,11 +208,12 @@ public:
         }
         Node fresh;
         fresh.append(entry);
-        m_last.m_next = addNode(*m_pStore, fresh);
-        m_dirty = true;
+        const long long next = addNode(*m_pStore, fresh);
         flush();
-        m_lastNode = m_last.m_next;
+        static_assert(offsetof(Node, m_next) == 0);
+        writeHandleSlot(*m_pStore, m_lastNode, next);
         m_last = fresh;
+        m_lastNode = next;
     }
 
     /// Writes the last node when it changed: in place, or as a new block when it has no place yet.
@@ -235,16 +242,5 @@ private:
     Node m_last;                // entries are appended here
     bool m_dirty = false;       // m_last is newer than the store
 };
-
-/// Reads the handle of a chain's first node from the 8-byte slot that its owner keeps.
-inline long long readHandleSlot(const WdbIBlockManager& store, long long slot) {
-    long long handle = 0;
-    store.getBlock(slot, reinterpret_cast<char*>(&handle), sizeof(handle));
-    return handle;
-}
-
-inline void writeHandleSlot(WdbIBlockManager& store, long long slot, long long handle) {
-    store.putBlock(slot, reinterpret_cast<const char*>(&handle), sizeof(handle));
-}
 
 }  // namespace Korvel

@@ -20,9 +20,7 @@ constexpr unsigned long long SlotSize = sizeof(long long);
 }  // namespace
 
 WdbEventSection::WdbEventSection(WdbFileManager& fileManager, int typeId)
-    : m_pStore(&fileManager.getBlockManager()) {
-    m_header.databaseTypeId = typeId;
-}
+    : m_pStore(&fileManager.getBlockManager()), m_typeId(typeId) {}
 
 void WdbEventSection::load(long long headerOffset, bool writable) {
     if (!m_pStore->mayFollow(headerOffset, sizeof(m_header))) {
@@ -40,8 +38,9 @@ void WdbEventSection::load(long long headerOffset, bool writable) {
 bool WdbEventSection::isSound() const {
     const unsigned long long buckets = m_header.numberOfBuckets;
     const unsigned long long perBucket = m_header.addressesPerBucket;
-    return m_header.eventBlockSize >= SmallestBlock && m_header.eventBlockSize <= LargestBlock &&
-           perBucket >= 1 && perBucket <= MostAddresses / (buckets + 1) &&
+    return m_header.databaseTypeId == m_typeId && m_header.eventBlockSize >= SmallestBlock &&
+           m_header.eventBlockSize <= LargestBlock && perBucket >= 1 &&
+           perBucket <= MostAddresses / (buckets + 1) &&
            m_header.numberOfAddresses <= MostAddresses &&
            (buckets == 0 || m_pStore->mayFollow(m_header.bucketTableOffset, buckets * SlotSize));
 }

@@ -12,8 +12,8 @@ class WdbEventSection {
 public:
     WdbEventSection(WdbFileManager& fileManager, int typeId);
 
-    /// Reads the header. Throws Veld::OpenException when it lies outside the file, or claims sizes
-    /// that the file cannot hold or that no address could use.
+    /// Reads the header. Throws Veld::OpenException when it lies outside the file, is of another
+    /// type of database, or claims sizes that the file cannot hold or that no address could use.
     void load(long long headerOffset, bool writable);
 
     bool isWritable() const { return m_writable; }
@@ -31,6 +31,7 @@ private:
     bool isSound() const;
 
     WdbFileBlockManager* m_pStore;
+    int m_typeId;  // of the database that the section is for
     WdbEventDatabaseHeader m_header;
     long long m_headerOffset = 0;
     bool m_writable = false;

@@ -1,15 +1,16 @@
 #include "events/WdbSingleBucketEventDatabase.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include <boost/make_shared.hpp>
 
 #include "container/WdbFileManager.h"
+#include "support/WdbOpenFailure.h"
 
 namespace Korvel {
 namespace {
 
+const char ClassFile[] = "wavedata/bridge/kernel/src/WdbSingleBucketEventDatabase";
 constexpr long long BaseAddress = 0;
 constexpr unsigned int OnlyBucket = 0;
 
@@ -28,7 +29,7 @@ void WdbSingleBucketEventDatabase::initialize(long long headerOffset, bool writa
     m_section.load(headerOffset, writable);
     const WdbEventDatabaseHeader& header = m_section.header();
     if (header.numberOfBuckets == 0) {
-        throw std::out_of_range("The event section has no slot for its one list.");
+        throwOpenException(ClassFile, __LINE__, "The event section has no slot for its one list.");
     }
     m_list = std::make_unique<WdbEventBlockList>(
         m_section.store(), m_section.slotOf(OnlyBucket), header.eventBlockSize, BaseAddress,

@@ -2,16 +2,21 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace Korvel {
 
-void wdbFatalError(const std::string& textBeforeReason) {
-    const std::string line = textBeforeReason + std::strerror(errno) + '\n';
+void wdbFatalError(const char* textBeforeReason) {
+    const auto part = [](const char* text) {
+        return iovec{const_cast<char*>(text), std::strlen(text)};
+    };
+    const iovec line[] = {part(textBeforeReason), part(std::strerror(errno)), part("\n")};
     // One system call, so that the line stays whole among the lines of other threads. Where even
     // that fails nothing is left to tell anybody.
-    const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
+    const ssize_t written = ::writev(STDERR_FILENO, line, std::size(line));
     static_cast<void>(written);
     ::_exit(1);
 }
