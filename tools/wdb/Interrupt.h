@@ -1,0 +1,32 @@
+#pragma once
+
+#include <csignal>
+
+namespace Korvel {
+
+/// While one lives, SIGINT and SIGTERM only set a flag, so that a verb that writes a file can
+/// finish it. System calls that wait are interrupted, not restarted. A third signal ends the
+/// process in the usual way, should the verb not get to look. One at a time.
+class Interrupt {
+public:
+    Interrupt();
+    ~Interrupt();
+    Interrupt(const Interrupt&) = delete;
+    Interrupt& operator=(const Interrupt&) = delete;
+
+    /// Cheap enough to be asked at every time step.
+    static bool isRequested() { return s_count != 0; }
+
+    /// Forgets what was requested. Returns whether something was.
+    static bool acknowledge();
+
+private:
+    static void handle(int signal);
+
+    static volatile std::sig_atomic_t s_count;  // signals since the last acknowledge()
+
+    struct sigaction m_oldInterrupt {};
+    struct sigaction m_oldTermination {};
+};
+
+}  // namespace Korvel
