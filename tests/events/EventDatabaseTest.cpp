@@ -1,0 +1,315 @@
+#include <algorithm>
+#include <random>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "indexes/WdbScalarBTree.h"
+#include "tests/support/EventFile.h"
+#include "tests/support/FileBytes.h"
+#include "tests/support/OpenFailure.h"
+
+namespace Korvel {
+namespace {
+
+std::string run(char letter, std::size_t length) {
+    return std::string(length, letter);
+}
+
+class EventDatabase : public ::testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(Types, EventDatabase, ::testing::Values(SingleBucket, MultipleBucket),
+                         [](const auto& type) { return "type" + std::to_string(type.param); });
+
+// Changes of each address in the order they were written.
+using Changes = std::vector<std::vector<std::pair<long long, char>>>;
+
+Changes changesOf(const std::vector<StoredEvent>& events, std::size_t addresses) {
+    Changes changes(addresses);
+    for (const StoredEvent& event : events) {
+        for (std::size_t i = 0; i < event.values.size(); ++i)
+            changes.at(static_cast<std::size_t>(event.address) + i)
+                .emplace_back(event.time, event.values[i]);
+    }
+    return changes;
+}
+
+// More than a hundred blocks a bucket, read while they are written and after: a list that confuses
+// its first node with its last loses blocks or finds old ones again.
+TEST_P(EventDatabase, givesBackWhatAModelHolds) {
+    constexpr long long Addresses = 5000;
+    EventFile file(GetParam(), Addresses);
+    Changes model(Addresses + 10);
+    std::mt19937 random(5);
+    long long time = 0;
+    const auto writeSome = [&](int number) {
+        for (int i = 0; i < number; ++i) {
+            time += random() % 3;
+            const auto address = static_cast<long long>(random() % Addresses);
+            const auto room = static_cast<unsigned int>(Addresses - address);
+            const std::string values(1 + random() % std::min(i % 8 == 0 ? 3000u : 900u, room),
+                                     static_cast<char>('a' + random() % 26));
+            file.write(time, address, values);
+            for (std::size_t p = 0; p < values.size(); ++p)
+                model[static_cast<std::size_t>(address) + p].emplace_back(time, values[p]);
+        }
+    };
+    for (const int number : {3, 1500, 4000, 700}) {
+        writeSome(number);
+        EXPECT_TRUE(changesOf(file.stored(), model.size()) == model) << number;
+        if (number == 1500) file.load(/*writable=*/true);
+    }
+    file.open();
+    EXPECT_TRUE(changesOf(file.stored(), model.size()) == model);
+    std::size_t blocks = 0;
+    for (const auto& it : file.database->getAllEventBlockDatabaseIterator())
+        for (; *it; ++*it)
+            ++blocks;
+    EXPECT_GT(blocks, GetParam() == SingleBucket ? 200u : 300u);
+
+    // Some addresses: their changes are all there, whatever else is.
+    const std::vector<long long> wanted = {4999, 17, 18};
+    const auto some = EventFile::eventsOf(file.database->getEventBlockDatabaseIterator(wanted));
+    const Changes found = changesOf(some, model.size());
+    for (const long long address : wanted)
+        EXPECT_TRUE(found[static_cast<std::size_t>(address)] ==
+                    model[static_cast<std::size_t>(address)]);
+    if (GetParam() == MultipleBucket) {
+        EXPECT_TRUE(found[3000].empty()) << "of a bucket that was not asked for";
+    }
+}
+
+// A cut that is one off files a value under its neighbour's address, or in a bucket where no one
+// looks for it. Addresses count upwards from a bucket's base, so one below it reads far above.
+TEST(MultipleBuckets, cutEventsAtTheirEnds) {
+    constexpr long long Wrap = 1ll << 32;
+    const struct {
+        const char* name;
+        unsigned long addresses;
+        long long address;
+        std::string values;
+        std::vector<StoredEvent> stored;
+    } rows[] = {
+        {"endsOnTheLastAddress", 5000, 2046, "ab", {{0, 7, 2046, "ab"}}},
+        {"crossesOneEnd", 5000, 2046, "abcd", {{0, 7, 2046, "ab"}, {2048, 7, 2048, "cd"}}},
+        {"crossesTwoEnds",
+         5000,
+         2047,
+         "a" + run('b', 2048) + "c",
+         {{0, 7, 2047, "a"}, {2048, 7, 2048, run('b', 2048)}, {4096, 7, 4096, "c"}}},
+        {"rightBehindTheLast", 5000, 5000, "ab", {{4096, 7, 5000, "ab"}}},
+        {"farBehindTheLast", 5000, 6143, "abc", {{4096, 7, 6143, "abc"}}},
+        {"rightBehindTheLastBucket", 4096, 4096, "ab", {{2048, 7, 4096, "ab"}}},
+        {"runsBehindTheLastBucket",
+         4096,
+         4095,
+         "abc",
+         {{2048, 7, 4095, "a"}, {2048, 7, 4096, "bc"}}},
+        {"negative", 5000, -1, "ab", {{0, 7, Wrap - 1, "ab"}}},
+        {"farNegative", 5000, -2048, "ab", {{4096, 7, Wrap - 2048, "ab"}}},
+        {"empty", 5000, 7, "", {}},
+    };
+    for (const auto& row : rows) {
+        EventFile file(MultipleBucket, row.addresses);
+        file.write(7, row.address, row.values);
+        EXPECT_EQ(file.stored(), row.stored) << row.name;
+    }
+}
+
+TEST(MultipleBuckets, refuseEventsWhereThereIsNone) {
+    EventFile file(MultipleBucket, 0);
+    const auto size = file.manager.getBlockManager().addBlock("", 0);
+    EXPECT_THROW(file.write(1, 0, "a"), std::out_of_range);
+    EXPECT_TRUE(file.stored().empty());
+    EXPECT_TRUE(file.database->getEventBlockDatabaseIterator({0}).empty());
+    EXPECT_EQ(file.manager.getBlockManager().addBlock("", 0), size) << "something was stored";
+}
+
+// A block takes what leaves four bytes free; what an empty one cannot take goes in alone as long
+// as it fits at all, and is cut into consecutive events beyond that.
+TEST_P(EventDatabase, cutsEventsThatNoBlockCanTake) {
+    const struct {
+        std::size_t length;
+        std::vector<std::size_t> pieces;
+    } rows[] = {
+        {10199, {10199}},    {10200, {10200}},        {10204, {10204}},
+        {10205, {10204, 1}}, {20408, {10204, 10204}}, {30000, {10204, 10204, 9592}},
+    };
+    for (const auto& row : rows) {
+        EventFile file(GetParam(), 40000, 65536);
+        std::string values(row.length, '\0');
+        for (std::size_t i = 0; i < values.size(); ++i)
+            values[i] = static_cast<char>('a' + i % 23);
+        file.write(1, 3, "before");
+        file.write(2, 5, values);
+        file.write(3, 9, "after");
+        std::vector<StoredEvent> expected = {{0, 1, 3, "before"}};
+        std::size_t offset = 0;
+        for (const std::size_t piece : row.pieces) {
+            expected.push_back(
+                {0, 2, 5 + static_cast<long long>(offset), values.substr(offset, piece)});
+            offset += piece;
+        }
+        expected.push_back({0, 3, 9, "after"});
+        EXPECT_EQ(file.stored(), expected) << row.length;
+        file.open();
+        EXPECT_EQ(file.stored(), expected) << row.length;
+    }
+}
+
+TEST_P(EventDatabase, knowsItsLatestTime) {
+    const bool risesByItself = GetParam() == SingleBucket;
+    EventFile file(GetParam(), 5000);
+    file.write(20, 1, "a");
+    EXPECT_EQ(file.database->getLatestTime(), risesByItself ? 20 : 0);
+    file.database->setLatestTime(10);
+    EXPECT_EQ(file.database->getLatestTime(), 10);
+    file.write(15, 1, "a");
+    EXPECT_EQ(file.database->getLatestTime(), risesByItself ? 15 : 10);
+    file.write(500, 4999, "a");
+    file.database->setLatestTime(400);
+    file.close();
+    const auto header = static_cast<std::size_t>(file.header());
+    EXPECT_EQ(fieldAt<long long>(readFile(file.path), header), 400);
+    const struct { long long stored, expected; } rows[] = {{0, 500}, {400, 500}, {501, 501}};
+    for (const auto& row : rows) {
+        damage(file.path, header, row.stored);
+        file.open();
+        EXPECT_EQ(file.database->getLatestTime(), row.expected) << "the blocks reach 500";
+    }
+}
+
+TEST_P(EventDatabase, keepsTheAddressMapsPlaceAndTheTimeBeside) {
+    EventFile file(GetParam(), 5000);
+    file.database->setLatestTime(77);
+    file.database->setAddressMapFileOffsetAndSize(1234, 56);
+    file.open();
+    const WdbEventDatabaseHeader& header = file.database->getEventDatabaseHeader();
+    EXPECT_EQ(header.addressMapOffset + header.addressMapSize, 1234 + 56);
+    EXPECT_EQ(header.latestTime, 77);
+    file.database->setAddressMapFileOffsetAndSize(1, 1);  // a reader writes nothing
+    EXPECT_EQ(file.database->getIEventDataSource(), nullptr);
+}
+
+// Table, header and item as the section is made; a node with a bucket's first event; blocks as
+// they fill up, and the open ones bucket by bucket at the end.
+TEST_P(EventDatabase, appendsInOrder) {
+    EventFile file(GetParam(), 4096);
+    const bool single = GetParam() == SingleBucket;
+    const unsigned int buckets = single ? 1 : 2;
+    const long long header = EventFile::Table + 8 * buckets;
+    EXPECT_EQ(file.header(), header);
+    file.database->setLatestTime(3);
+    const long long firstNode = header + 72 + 48;
+    file.write(1, 3000, "a");
+    file.write(2, 0, "b");
+    file.write(3, 0, "");
+    file.close();
+    const std::string bytes = readFile(file.path);
+    const auto slot = [&](unsigned int bucket) {
+        return fieldAt<long long>(bytes, EventFile::Table + 8 * bucket);
+    };
+    EXPECT_EQ(bytes.substr(static_cast<std::size_t>(header), 120),
+              fieldOf(3ll) + fieldOf(GetParam()) + fieldOf(buckets) + fieldOf(2048ll) +
+                  fieldOf(4096ll) + fieldOf(200ll) + fieldOf(0ll) + fieldOf(0ll) + fieldOf(0ll) +
+                  fieldOf(10240) + fieldOf(100) +  //
+                  "WDB.Event" + std::string(15, '\0') + fieldOf(1ll) + fieldOf(header) +
+                  fieldOf(72ll));
+    long long end = firstNode + 1216 * buckets;
+    for (unsigned int bucket = 0; bucket < buckets; ++bucket) {
+        // Bucket 1 was written first; the single list is there before any event.
+        const long long node = single ? firstNode : firstNode + 1216 * (1 - bucket);
+        EXPECT_EQ(slot(bucket), node);
+        const std::string stored = bytes.substr(static_cast<std::size_t>(node), 1216);
+        EXPECT_EQ(fieldAt<long long>(stored, 8), end);
+        EXPECT_EQ(fieldAt<unsigned int>(stored, 8 + 1200), 1u);
+        end += fieldAt<unsigned int>(stored, 8 + 800);
+    }
+    EXPECT_EQ(static_cast<long long>(bytes.size()), end);
+}
+
+TEST_P(EventDatabase, handsOutIteratorsOfWhatIsThere) {
+    EventFile file(GetParam(), 10000);
+    const bool single = GetParam() == SingleBucket;
+    file.write(1, 0, "a");
+    file.write(2, 9000, "b");
+    file.write(3, 2, "c");
+    EXPECT_EQ(file.stored().size(), 3u);
+    file.close();
+    const std::string before = readFile(file.path);
+    file.open();
+    const auto iteratorsOf = [&](const std::vector<long long>& addresses) {
+        return file.database->getEventBlockDatabaseIterator(addresses).size();
+    };
+    EXPECT_EQ(iteratorsOf({0, 1, 2047}), 1u);
+    EXPECT_EQ(iteratorsOf({9000, 0, 9001}), single ? 1u : 2u);
+    EXPECT_EQ(iteratorsOf({3000}), single ? 1u : 0u) << "nothing was written there";
+    EXPECT_EQ(iteratorsOf({}), single ? 1u : 0u);
+
+    std::vector<WdbScalarBTree> trees;
+    for (const long long address : {9001, 1, 3000, 0, 9000})
+        trees.emplace_back(address);
+    std::vector<WdbScalarBTree*> all;
+    for (WdbScalarBTree& tree : trees)
+        all.push_back(&tree);
+    EventFile::Iterators iterators = file.database->getAllEventBlockDatabaseIterator();
+    const std::size_t there = iterators.size();
+    std::vector<std::vector<WdbScalarBTree*>> groups(there);
+    file.database->getEventBlockDatabaseIterator(all, iterators, groups);
+    ASSERT_EQ(iterators.size(), groups.size()) << "what was there stays, and both grow alike";
+    for (std::size_t i = there; i < groups.size(); ++i) {
+        const auto events = EventFile::eventsOf({iterators[i]});
+        std::vector<WdbScalarBTree*> group = all;
+        if (!single) {
+            group = {all[events[0].address < 100 ? 1 : 0], all[events[0].address < 100 ? 3 : 4]};
+        }
+        EXPECT_EQ(groups[i], group);
+        WdbEventBlock block(10240, 0);
+        iterators[i]->getEventBlock(block);
+        EXPECT_TRUE(iterators[i]->isEof() && block.isEmpty()) << "there is no block at the end";
+    }
+    EXPECT_EQ(groups.size() - there, single ? 1u : 2u);
+    file.close();
+    EXPECT_TRUE(readFile(file.path) == before) << "reading wrote something";
+}
+
+TEST(MultipleBuckets, dropSupersededWritesOfFullBlocksOnly) {
+    for (const bool filter : {false, true}) {
+        EventFile file(MultipleBucket, 5000);
+        file.database->setFilterRepeatedValue(filter);
+        for (int i = 0; i < 1000; ++i)
+            file.write(1, 0, run(static_cast<char>('a' + i % 26), 84));
+        const std::vector<StoredEvent> stored = file.stored();
+        // 102 events fill a block. The next leaves one of them, again after every 101: with the
+        // 911th there are two, and the last 89 are not in a full block.
+        EXPECT_EQ(stored.size(), filter ? 91u : 1000u);
+        EXPECT_EQ(stored.back().values, run('l', 84)) << "the last write counts";
+    }
+}
+
+TEST_P(EventDatabase, isReadWithoutANodeAndWithoutWriting) {
+    TemporaryDirectory directory;
+    const std::string path = directory.file("a.wdb");
+    WdbFileManager manager;
+    manager.create(path);
+    const auto make = [&](unsigned int buckets) {
+        return WdbIEventBlockDatabase::createEventSection(GetParam(), buckets, 9, 2048, manager);
+    };
+    const long long header = make(1);
+    if (GetParam() == SingleBucket) {
+        EXPECT_NE(openFailureOf([&] { make(0); }), "") << "a slot for its list is wanted";
+    }
+    manager.open(path);
+    const std::string before = readFile(path);
+    const WdbEventBlockDatabaseFactory& factory = WdbEventBlockDatabaseFactory::getInstance();
+    const std::unique_ptr<WdbIEventBlockDatabase> database(factory.create(GetParam(), manager));
+    database->initialize(header, false);
+    EXPECT_TRUE(EventFile::eventsOf(database->getAllEventBlockDatabaseIterator()).empty());
+    EXPECT_EQ(readFile(path), before);
+    for (const int type : {0, 999, 1003, -1})
+        EXPECT_EQ(factory.create(type, manager), nullptr);
+}
+
+}  // namespace
+}  // namespace Korvel

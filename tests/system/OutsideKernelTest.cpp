@@ -1,0 +1,50 @@
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/FileBytes.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/system/StoredRecording.h"
+
+namespace Korvel {
+namespace {
+
+class OutsideKernel : public ::testing::Test {
+protected:
+    // The bytes of a recording that the kernel ended so.
+    std::string recordedBy(const std::string& ending) {
+        const std::string path = m_directory.file(ending);
+        const std::string command =
+            std::string("'" OUTSIDE_KERNEL "' '" WAVEDATA_LIBRARY "' '") + path + "' " + ending;
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        return readFile(path);
+    }
+
+    TemporaryDirectory m_directory;
+};
+
+TEST_F(OutsideKernel, recordsThroughTheSlotsAlone) {
+    const StoredRecording recording = decode(recordedBy("close"));
+    EXPECT_EQ(recording.application, "outside kernel");
+    EXPECT_EQ(recording.latestTime, 1999);
+    EXPECT_EQ(recording.numberOfAddresses, 32u);
+    EXPECT_EQ(recording.strings, std::vector<std::string>{"from outside"});
+    std::vector<StoredEvent> expected;
+    for (long long time = 0; time < 2000; ++time) {
+        const auto low = static_cast<char>(time);
+        expected.push_back({time, 16, std::string{low, 0}});
+        expected.push_back({time, 8, std::string{low, 0, 0, 0, 2, 0, 0, 0}});
+    }
+    EXPECT_EQ(recording.allEvents(), expected);
+}
+
+// A simulator may leave without a word, or unload the library first.
+TEST_F(OutsideKernel, anyOrderlyEndFinishesTheRecording) {
+    const std::string closed = withoutCreationTime(recordedBy("close"));
+    for (const char* ending : {"exit", "unload", "fork"}) {
+        EXPECT_EQ(withoutCreationTime(recordedBy(ending)), closed) << ending;
+    }
+}
+
+}  // namespace
+}  // namespace Korvel

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace Korvel {
+
+struct StoredEvent {
+    long long time;
+    long long address;
+    std::string value;  // one byte an address
+
+    bool operator==(const StoredEvent&) const = default;
+};
+
+struct StoredSection {
+    std::string id;
+    unsigned long long version;
+    long long offset;
+    long long size;
+};
+
+// What a recording's file holds.
+struct StoredRecording {
+    std::string application;
+    std::vector<StoredSection> sections;
+    long long latestTime;
+    unsigned long long addressesPerBucket;
+    unsigned long long numberOfAddresses;
+    std::vector<std::vector<StoredEvent>> buckets;
+    std::vector<std::string> strings;  // the first one has id 1
+
+    // The identifiers of the sections, each followed by a blank.
+    std::string sectionIDs() const;
+
+    std::vector<StoredEvent> allEvents() const;
+};
+
+// Reads the bytes of a recording by the layout alone: no code of the library has a part in it, so
+// that a mistake in the library does not cancel out. Throws std::runtime_error or std::out_of_range
+// for whatever is not as a writer leaves it, also a writer that was killed.
+StoredRecording decode(const std::string& bytes);
+
+// The bytes of a recording without its creation time, the only ones that may differ between two
+// recordings of the same calls.
+std::string withoutCreationTime(std::string bytes);
+
+}  // namespace Korvel
