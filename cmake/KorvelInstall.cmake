@@ -23,6 +23,8 @@ install(FILES
     "${PROJECT_BINARY_DIR}/KorvelWavedataConfigVersion.cmake"
     DESTINATION "${KORVEL_PACKAGE_DIR}")
 
+# Told from where the file lies, so that it stays true for any prefix given when installing.
+file(RELATIVE_PATH KORVEL_PREFIX_FROM_PC "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 configure_file("${PROJECT_SOURCE_DIR}/cmake/korvel-wavedata.pc.in"
     "${PROJECT_BINARY_DIR}/korvel-wavedata.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/korvel-wavedata.pc"
