@@ -123,7 +123,7 @@ TEST(EventBlock, leavesFourBytesFree) {
 
 TEST(Event, answersForItsAddresses) {
     WdbEventBlock block = blockOf({{1, 110, "abc"}}, 100);
-    const WdbEvent& event = *block.getIterator();
+    const WdbEvent event = *block.getIterator();
     const struct {
         long long address, width;
         bool within;

@@ -274,7 +274,7 @@ protected:
         writer.setApplication("order test");
         writer.setAddressSize(scenario.addresses);
         writer.setBucketDivision(scenario.division);
-        writer.setFilterRepeatedValue(scenario.filter);
+        if (!scenario.filter) writer.setFilterRepeatedValue(false);
         writer.setCheckpointing(checkpointOneIn != 0);
         writer.open(IWdbWriter::DefaultMode, "none/sim", path(), 0);
         std::mt19937 random(seed);

@@ -50,6 +50,8 @@ TEST_F(StandAloneWriter, givesEachBegunDivisionABucket) {
         m_writer.setAddressSize(row.addresses);
         m_writer.setBucketDivision(row.division);
         open();
+        // A viewer may open the recording before anything was recorded.
+        EXPECT_EQ(decode(readFile(path("recording.wdb"))).buckets.size(), row.buckets);
         const StoredRecording recording = finished();
         EXPECT_EQ(recording.buckets.size(), row.buckets) << row.addresses << "/" << row.division;
         EXPECT_EQ(recording.addressesPerBucket, row.division);
