@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <utility>
 
 #include <boost/filesystem/operations.hpp>
 
@@ -135,6 +136,15 @@ void WdbFileManager::close() {
         throw;
     }
     discardContents();
+}
+
+void WdbFileManager::abandon() {
+    const Lock lock(m_blockManager.getMutex());
+    m_isOpen = false;
+    m_isWritable = false;
+    // Destroying either would write; both stay in memory until this process ends.
+    static_cast<void>(m_contents.release());
+    static_cast<void>(new std::fstream(std::move(m_stream)));
 }
 
 void WdbFileManager::readHeader() {

@@ -42,6 +42,10 @@ public:
     /// Throws std::ios_base::failure when the last bytes cannot be written; closed all the same.
     void close();
 
+    /// Lets go of the file without writing to it: it belongs to another process, of which this one
+    /// is a fork, and what is buffered here is that one's to write.
+    void abandon();
+
     bool isOpen() const { return m_isOpen; }
 
     void readHeader();

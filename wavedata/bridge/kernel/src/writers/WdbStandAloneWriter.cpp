@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include <unistd.h>
 #include <boost/filesystem/operations.hpp>
 
 #include "events/WdbEventBlockDatabaseFactory.h"
@@ -33,6 +34,7 @@ void WdbStandAloneWriter::open(WriterMode, const std::string& designPath,
                                const std::string& fileName, int) {
     close();
     checkSettings();
+    m_processID = ::getpid();
     m_fileName = fileName.empty() ? DefaultFileName : fileName;
     try {
         openSections(designPath);
@@ -104,9 +106,27 @@ long long WdbStandAloneWriter::addString(const std::string& text) {
 
 void WdbStandAloneWriter::close() {
     m_pEventCheckpoint = nullptr;
+    if (isInForkedProcess()) {
+        abandon();
+        return;
+    }
     m_eventDatabase.reset();
     m_stringMap.reset();
     m_fileManager.close();
+}
+
+// A simulator may fork, and the child may leave by exit(), which destroys its copy of the writer.
+// The file and its offset are shared: whatever the child wrote would land in the parent's
+// recording.
+bool WdbStandAloneWriter::isInForkedProcess() const {
+    return m_eventDatabase && m_processID != ::getpid();
+}
+
+void WdbStandAloneWriter::abandon() {
+    // Their destructors would store what they hold.
+    static_cast<void>(m_eventDatabase.release());
+    static_cast<void>(m_stringMap.release());
+    m_fileManager.abandon();
 }
 
 void WdbStandAloneWriter::setFilterRepeatedValue(bool filter) {

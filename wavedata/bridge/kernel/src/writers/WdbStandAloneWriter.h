@@ -66,6 +66,8 @@ private:
                                 unsigned int endBit);
     long long addressOf(const unsigned char* storage) const;
 
+    bool isInForkedProcess() const;
+    void abandon();
     void checkSettings() const;
     void openSections(const std::string& designPath);
     void embedCompilerFiles(const std::string& designPath);
@@ -78,6 +80,7 @@ private:
     std::unique_ptr<WdbIEventBlockDatabase> m_eventDatabase;  // null unless open
     std::unique_ptr<WdbStringMapDatabase> m_stringMap;        // null unless open
     std::string m_fileName;
+    int m_processID = 0;  // of the process that opened the recording
     long long m_addressSize = 0;
     long long m_baseOffset = 0;
     unsigned int m_bucketDivision = WdbEventDatabaseHeader::AddressesPerBucket;
