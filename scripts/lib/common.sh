@@ -3,6 +3,9 @@
 
 cd "$(dirname "${BASH_SOURCE[0]}")/../.." || exit
 
+# A clone in another folder finds what an earlier one compiled.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=true
+
 # Debian packages, by what they are needed for.
 BUILD_PACKAGES=(g++ cmake ninja-build ccache zlib1g-dev
     libboost-dev libboost-filesystem-dev libboost-thread-dev

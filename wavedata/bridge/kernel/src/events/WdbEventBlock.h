@@ -55,7 +55,7 @@ public:
             ++m_index;
             return *this;
         }
-        WdbEvent& operator*() const {
+        WdbEvent operator*() const {
             m_event.setBase(m_pImage + m_offsets[static_cast<unsigned int>(m_index)]);
             return m_event;
         }
