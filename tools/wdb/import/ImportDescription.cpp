@@ -79,7 +79,7 @@ enum MiscellaneousKind : std::int64_t {
 
 class ImportDescriber {
 public:
-    ImportDescriber(const VcdDeclarations& declarations, const RecordingLayout& layout)
+    ImportDescriber(VcdDeclarations& declarations, const RecordingLayout& layout)
         : m_declarations(declarations), m_layout(layout) {}
 
     std::vector<std::uint8_t> describe(TimeUnit timeUnit, const std::vector<Blackout>& blackouts);
@@ -109,7 +109,7 @@ private:
     static void applyType(ObjectDefinition& object, const Extras& extras);
     TypeId typeNamed(std::string_view name);
 
-    const VcdDeclarations& m_declarations;
+    VcdDeclarations& m_declarations;
     const RecordingLayout& m_layout;
     DesignDescriptionWriter m_writer;
     std::map<std::uint32_t, Extras> m_scopeExtras;
@@ -132,6 +132,11 @@ std::vector<std::uint8_t> ImportDescriber::describe(TimeUnit timeUnit,
     readAttributes();
     addScopes();
     addObjects();
+    m_variableExtras.clear();
+    m_declarations.attributes = {};
+    m_declarations.scopes = {};
+    m_declarations.variables = {};
+    m_declarations.names = {};
     return m_writer.finish();
 }
 
@@ -286,7 +291,7 @@ void ImportDescriber::addObjects() {
 
 }  // namespace
 
-std::vector<std::uint8_t> describeImport(const VcdDeclarations& declarations,
+std::vector<std::uint8_t> describeImport(VcdDeclarations& declarations,
                                          const RecordingLayout& layout, TimeUnit timeUnit,
                                          const std::vector<Blackout>& blackouts) {
     return ImportDescriber(declarations, layout).describe(timeUnit, blackouts);

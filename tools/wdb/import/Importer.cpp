@@ -210,7 +210,6 @@ private:
         return fmt::format("line {}: {}", lineOfOffset(m_dump, offset), reason);
     }
     VcdProgress progress(double from, double share) const;
-    void keepIdsOnly();
     void record(RecordingSession& recording, Recorder& recorder);
     void warnOfSkipped(const VcdSkipped& skipped);
     void warnOfLosses(const Recorder& recorder);
@@ -276,21 +275,12 @@ ImportResult Import::run(const std::string& outputName, IWdbWriter& writer) {
     } catch (const std::logic_error& error) {
         throw ToolError(m_inputName, fmt::format("cannot be recorded: {}", error.what()));
     }
-    keepIdsOnly();
     Recorder recorder(writer, *layout, progress(SurveyShare, 1 - SurveyShare));
     RecordingSession recording(writer, outputName, snapshot->designPath());
     snapshot.reset();
     record(recording, recorder);
     warnOfLosses(recorder);
     return m_result;
-}
-
-// The second pass needs no more, and names and scopes of a large design take much memory.
-void Import::keepIdsOnly() {
-    VcdDeclarations declarations;
-    declarations.ids = std::move(m_declarations.ids);
-    declarations.endOffset = m_declarations.endOffset;
-    m_declarations = std::move(declarations);
 }
 
 void Import::record(RecordingSession& recording, Recorder& recorder) {
