@@ -116,6 +116,7 @@ const struct {
     {"nextIsHuge", FirstNode, 0x7FFFFFFFFFFFFFFF, "abcd"},
     {"nextSkipsANode", FirstNode, ThirdNode, "abcdij"},
     {"countBeyondTheCapacity", ThirdNode + 56, 0xFFFFFFFF, "abcdefghij"},
+    {"countOfAFullNodeToo", FirstNode + 56, 0xFFFFFFFF, "abcdefghij"},
     {"countBelow", SecondNode + 56, 2, "abcdefij"},
     {"entryWithoutHandle", SecondNode + 8 + 8, 0, "abcdeij"},
     {"entryWithoutSize", SecondNode + 8 + 32 + 8, 0, "abcdefij"},

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "indexes/WdbScalarBTree.h"
+#include "support/WdbICheckpoint.h"
 #include "tests/support/EventFile.h"
 #include "tests/support/FileBytes.h"
 #include "tests/support/OpenFailure.h"
@@ -99,6 +101,11 @@ TEST(MultipleBuckets, cutEventsAtTheirEnds) {
          "a" + run('b', 2048) + "c",
          {{0, 7, 2047, "a"}, {2048, 7, 2048, run('b', 2048)}, {4096, 7, 4096, "c"}}},
         {"rightBehindTheLast", 5000, 5000, "ab", {{4096, 7, 5000, "ab"}}},
+        {"isCutRightBehindTheLast",
+         6000,
+         6000,
+         run('a', 144) + "b",
+         {{4096, 7, 6000, run('a', 144)}, {4096, 7, 6144, "b"}}},
         {"farBehindTheLast", 5000, 6143, "abc", {{4096, 7, 6143, "abc"}}},
         {"rightBehindTheLastBucket", 4096, 4096, "ab", {{2048, 7, 4096, "ab"}}},
         {"runsBehindTheLastBucket",
@@ -114,6 +121,13 @@ TEST(MultipleBuckets, cutEventsAtTheirEnds) {
         EventFile file(MultipleBucket, row.addresses);
         file.write(7, row.address, row.values);
         EXPECT_EQ(file.stored(), row.stored) << row.name;
+        // One without values makes its bucket's list all the same, and no other does.
+        std::set<long long> bases;
+        for (const StoredEvent& event : row.stored)
+            bases.insert(event.base);
+        EXPECT_EQ(file.database->getAllEventBlockDatabaseIterator().size(),
+                  std::max<std::size_t>(bases.size(), 1))
+            << row.name;
     }
 }
 
@@ -162,6 +176,7 @@ TEST_P(EventDatabase, knowsItsLatestTime) {
     const bool risesByItself = GetParam() == SingleBucket;
     EventFile file(GetParam(), 5000);
     file.write(20, 1, "a");
+    file.write(5, 1, "a");
     EXPECT_EQ(file.database->getLatestTime(), risesByItself ? 20 : 0);
     file.database->setLatestTime(10);
     EXPECT_EQ(file.database->getLatestTime(), 10);
@@ -183,7 +198,10 @@ TEST_P(EventDatabase, knowsItsLatestTime) {
 TEST_P(EventDatabase, keepsTheAddressMapsPlaceAndTheTimeBeside) {
     EventFile file(GetParam(), 5000);
     file.database->setLatestTime(77);
+    dynamic_cast<WdbICheckpoint&>(*file.database).checkpoint();
     file.database->setAddressMapFileOffsetAndSize(1234, 56);
+    file.manager.writeHeader();  // flushes as well
+    EXPECT_EQ(fieldAt<long long>(readFile(file.path), static_cast<std::size_t>(file.header())), 77);
     file.open();
     const WdbEventDatabaseHeader& header = file.database->getEventDatabaseHeader();
     EXPECT_EQ(header.addressMapOffset + header.addressMapSize, 1234 + 56);

@@ -19,8 +19,6 @@
 namespace Korvel {
 namespace {
 
-using Progress = NumberedRecording::Progress;
-
 class KilledRecording : public ::testing::Test {
 protected:
     // Runs @p body in a process of its own.
@@ -32,14 +30,16 @@ protected:
         ::_exit(0);
     }
 
-    // True as long as the process runs; afterwards its wait status is in @p status.
-    static bool isRunning(pid_t child, int& status) {
-        return ::waitpid(child, &status, WNOHANG) == 0;
+    static bool isRunning(pid_t child) {
+        siginfo_t ended = {};
+        ::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT);
+        return ended.si_pid == 0;
     }
 
-    std::string path() const { return m_directory.file("recording.wdb"); }
-
     TemporaryDirectory m_directory;
+    const std::string m_path = m_directory.file("recording.wdb");
+    const std::shared_ptr<NumberedRecording::Progress> m_progress =
+        NumberedRecording::sharedProgress();
 };
 
 // The moment follows from how far the recording is, and falls anywhere in what the process does
@@ -50,69 +50,61 @@ TEST_F(KilledRecording, holdsAllThatWasCheckpointed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     for (int round = 0; round < Rounds && !HasFailure(); ++round) {
-        // Every fourth is long enough for a second list node.
+        // Every fourth is long enough for second list nodes.
         const long long moment = random() % (round % 4 == 0 ? 40'000 : 8'000);
         const long long eventsACheckpoint = 1 + random() % 300;
         SCOPED_TRACE(::testing::Message() << "round " << round << " at event " << moment);
-        SharedWithChildren<Progress> progress;
+        m_progress->recorded = m_progress->safe = 0;
         const pid_t child = start([&] {
-            NumberedRecording recording(path(), *progress.operator->());
+            NumberedRecording recording(m_path, *m_progress);
             while (true) {
                 recording.recordNext();
-                if (progress->recorded % eventsACheckpoint == 0) recording.checkpoint();
+                if (m_progress->recorded % eventsACheckpoint == 0) recording.checkpoint();
             }
         });
-        int status = 0;
-        while (progress->recorded <= moment && isRunning(child, status))
+        while (m_progress->recorded <= moment && isRunning(child))
             ::sched_yield();
         ASSERT_EQ(::kill(child, SIGKILL), 0);
+        int status = 0;
         ASSERT_EQ(::waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFSIGNALED(status));
 
-        const StoredRecording byLayout = decode(readFile(path()));
-        NumberedRecording::expectSound(byLayout, *progress.operator->());
-        const StoredRecording byLibrary = readWithLibrary(path());
-        NumberedRecording::expectSound(byLibrary, *progress.operator->());
-        EXPECT_EQ(byLibrary.allEvents().size(), byLayout.allEvents().size());
-        EXPECT_EQ(byLibrary.strings.size(), byLayout.strings.size());
+        const StoredRecording byLayout = decode(readFile(m_path));
+        NumberedRecording::expectSound(byLayout, m_progress->safe, m_progress->recorded + 1);
+        const StoredRecording byLibrary = readWithLibrary(m_path);
+        EXPECT_TRUE(byLibrary.buckets == byLayout.buckets);
+        EXPECT_EQ(byLibrary.strings, byLayout.strings);
+        EXPECT_GE(byLibrary.latestTime, byLayout.latestTime);
     }
 }
 
-// Keeps every write that was made to it, and plays them again up to any point.
-class ReplayedStore : public WdbIBlockManager, public WdbIHandleCheck {
-public:
-    struct Write {
-        std::size_t offset;
-        std::string bytes;
-    };
-
-    explicit ReplayedStore(std::size_t size) : m_bytes(size, '\0') {}
-
+// Keeps every write that was made to it, for it to be played again up to any point.
+struct ReplayedStore : public WdbIBlockManager, public WdbIHandleCheck {
     long long addBlock(const char* data, unsigned long long size) override {
-        putBlock(static_cast<long long>(m_bytes.size()), data, size);
-        return static_cast<long long>(m_bytes.size() - size);
+        const auto end = static_cast<long long>(m_bytes.size());
+        putBlock(end, data, size);
+        return end;
     }
     void getBlock(long long handle, char* buffer, unsigned long long size) const override {
         m_bytes.copy(buffer, size, static_cast<std::size_t>(handle));
     }
     void putBlock(long long handle, const char* data, unsigned long long size) override {
-        m_writes.push_back({static_cast<std::size_t>(handle), {data, size}});
-        apply(m_writes.back(), size);
+        m_writes.emplace_back(handle, std::string(data, size));
+        apply(handle, m_writes.back().second);
     }
     void freeBlock(long long, unsigned long long) override {}
     bool mayFollow(long long handle, unsigned long long size) const override {
         return handle >= 0 && static_cast<std::size_t>(handle) + size <= m_bytes.size();
     }
 
-    void apply(const Write& write, std::size_t size) {
-        m_bytes.resize(std::max(m_bytes.size(), write.offset + size));
-        m_bytes.replace(write.offset, size, write.bytes, 0, size);
+    void apply(long long handle, const std::string& bytes) {
+        const auto offset = static_cast<std::size_t>(handle);
+        m_bytes.resize(std::max(m_bytes.size(), offset + bytes.size()));
+        m_bytes.replace(offset, bytes.size(), bytes);
     }
-    const std::vector<Write>& writes() const { return m_writes; }
 
-private:
-    std::string m_bytes;
-    std::vector<Write> m_writes;
+    std::string m_bytes = std::string(16, '\0');
+    std::vector<std::pair<long long, std::string>> m_writes;
 };
 
 // The machine's kernel may end a killed process between the two pages that a node lies in, so that
@@ -121,21 +113,21 @@ private:
 TEST(KilledList, isSoundAfterAnyPartOfItsWrites) {
     using List = WdbAppendingBlockList<WdbEventBlock, 4>;
     constexpr std::size_t Slot = 8;
-    ReplayedStore store(Slot + 8);
+    ReplayedStore store;
     List list(store, Slot, 0, 0);
     std::map<std::size_t, unsigned int> flushed = {{0, 0}};  // writes made, entries then flushed
     for (unsigned int entry = 1; entry <= 30; ++entry) {
         list.append(entry, entry);
         if (entry % 3 != 0 && entry % 7 != 0) continue;
         list.flush();
-        flushed[store.writes().size()] = entry;
+        flushed[store.m_writes.size()] = entry;
     }
-    ReplayedStore replayed(Slot + 8);
-    for (std::size_t made = 0; made < store.writes().size(); ++made) {
-        const ReplayedStore::Write& last = store.writes()[made];
-        for (std::size_t part = 0; part <= last.bytes.size(); part += 4) {
+    ReplayedStore replayed;
+    for (std::size_t made = 0; made < store.m_writes.size(); ++made) {
+        const auto& [handle, bytes] = store.m_writes[made];
+        for (std::size_t part = 0; part <= bytes.size(); part += 4) {
             ReplayedStore cutShort = replayed;
-            cutShort.apply(last, part);
+            cutShort.apply(handle, bytes.substr(0, part));
             unsigned int entries = 0;
             List::Walker walker(cutShort, readHandleSlot(cutShort, Slot));
             for (bool more = walker.isAtNode(); more; more = walker.next()) {
@@ -144,7 +136,7 @@ TEST(KilledList, isSoundAfterAnyPartOfItsWrites) {
             }
             ASSERT_GE(entries, std::prev(flushed.upper_bound(made))->second);
         }
-        replayed.apply(last, last.bytes.size());
+        replayed.apply(handle, bytes);
     }
 }
 
@@ -153,63 +145,50 @@ TEST(KilledList, isSoundAfterAnyPartOfItsWrites) {
 TEST_F(KilledRecording, aReaderBesideTheWriterSeesOneStateAfterAnother) {
     constexpr long long Looks = 40;
     constexpr long long EventsALook = 900;
-    SharedWithChildren<Progress> progress;
     const pid_t child = start([&] {
-        NumberedRecording recording(path(), *progress.operator->());
-        while (progress->recorded < Looks * EventsALook) {
-            if (progress->recorded < progress->wanted) recording.recordNext();
+        NumberedRecording recording(m_path, *m_progress);
+        while (m_progress->recorded < Looks * EventsALook) {
+            if (m_progress->recorded < m_progress->wanted) recording.recordNext();
             recording.checkpoint();
         }
-        recording.close();
     });
-    int status = 0;
-    while (progress->safeTime == 0 && isRunning(child, status)) {
-        progress->wanted = 2;
+    m_progress->wanted = 1;
+    while (m_progress->safe == 0 && isRunning(child))
         ::sched_yield();
-    }
-    std::vector<std::size_t> before(NumberedRecording::Buckets);
-    long long latestTime = 0;
+    StoredRecording before = readWithLibrary(m_path);
     for (long long look = 1; look <= Looks && !HasFailure(); ++look) {
         SCOPED_TRACE(look);
-        progress->wanted = look * EventsALook;
-        const std::size_t safe = progress->safeEvents[0];
-        const StoredRecording recording = readWithLibrary(path());
-        ASSERT_EQ(recording.buckets.size(), before.size());
-        EXPECT_GE(recording.buckets[0].size(), safe);
-        for (std::size_t bucket = 0; bucket < before.size(); ++bucket) {
-            const std::vector<StoredEvent>& events = recording.buckets[bucket];
-            EXPECT_GE(events.size(), before[bucket]);
-            EXPECT_TRUE(events == NumberedRecording::firstEvents(bucket, events.size()));
-            before[bucket] = events.size();
-        }
-        for (std::size_t id = 1; id <= recording.strings.size(); ++id)
-            EXPECT_EQ(recording.strings[id - 1], NumberedRecording::string(id));
-        EXPECT_GE(recording.latestTime, latestTime);
-        latestTime = recording.latestTime;
+        m_progress->wanted = look * EventsALook;
+        const long long safe = m_progress->safe;
+        const StoredRecording now = readWithLibrary(m_path);
+        NumberedRecording::expectSound(now, safe, m_progress->recorded + 1);
+        for (std::size_t bucket = 0; bucket < now.buckets.size(); ++bucket)
+            EXPECT_GE(now.buckets[bucket].size(), before.buckets[bucket].size());
+        EXPECT_GE(now.strings.size(), before.strings.size());
+        EXPECT_GE(now.latestTime, before.latestTime);
+        before = now;
     }
-    progress->wanted = Looks * EventsALook;
+    m_progress->wanted = Looks * EventsALook;
+    int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-    const StoredRecording finished = readWithLibrary(path());
-    EXPECT_EQ(finished.allEvents().size(), static_cast<std::size_t>(Looks * EventsALook));
-    EXPECT_EQ(finished.allEvents(), decode(readFile(path())).allEvents());
+    EXPECT_EQ(readWithLibrary(m_path).allEvents().size(), 1u * Looks * EventsALook);
 }
 
 // A kernel cannot ask for a checkpoint: its time marks must lead to one. Too few blocks for a list
 // node to be full, which is written at once; ends when the marks have shown them, however long the
 // clock takes.
 TEST_F(KilledRecording, timeMarksLeadToCheckpoints) {
-    SharedWithChildren<Progress> progress;
-    NumberedRecording recording(path(), *progress.operator->());
-    while (progress->recorded < 15'000)
+    NumberedRecording recording(m_path, *m_progress);
+    while (m_progress->recorded < 10'000)
         recording.recordNext();
     const auto patience = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (readWithLibrary(path()).buckets[2].empty()) {
+    while (readWithLibrary(m_path).buckets[2].empty()) {
         ASSERT_LT(std::chrono::steady_clock::now(), patience);
         for (int i = 0; i < 1'000; ++i)
-            recording.mark(progress->recorded - i % 2);
+            recording.writer().markCurrentTime(m_progress->recorded - i % 2);
     }
-    NumberedRecording::expectSound(decode(readFile(path())), *progress.operator->());
+    NumberedRecording::expectSound(decode(readFile(m_path)), 0, m_progress->recorded);
 }
 
 }  // namespace

@@ -20,24 +20,17 @@ inline void traceBytes(IWdbWriter& writer, long long time, long long address, st
                               reinterpret_cast<unsigned char*>(value.data()));
 }
 
-// A recording as the library itself reads it.
+// What was recorded, as the library itself reads it.
 inline StoredRecording readWithLibrary(const std::string& path) {
     WdbFileManager file;
     file.open(path);
-    StoredRecording recording = {};
-    recording.application = file.getApplication();
-    for (const WdbTableOfContentItem& item : file.getSections()) {
-        recording.sections.push_back(
-            {item.getSectionID(), item.m_version, item.m_offset, item.m_size});
-    }
     const std::unique_ptr<WdbIEventBlockDatabase> events(
         WdbEventBlockDatabaseFactory::getInstance().create(
             WdbEventBlockDatabaseFactory::MultipleBucket, file));
     events->initialize(file.getSectionFileOffset("WDB.Event", 1), /*writable=*/false);
-    const WdbEventDatabaseHeader& header = events->getEventDatabaseHeader();
+    StoredRecording recording = {};
     recording.latestTime = events->getLatestTime();
-    recording.addressesPerBucket = header.addressesPerBucket;
-    recording.numberOfAddresses = header.numberOfAddresses;
+    const WdbEventDatabaseHeader& header = events->getEventDatabaseHeader();
     recording.buckets.resize(header.numberOfBuckets);
     WdbEventBlock block(header.eventBlockSize, 0);
     for (const auto& blocks : events->getAllEventBlockDatabaseIterator()) {
@@ -54,12 +47,9 @@ inline StoredRecording readWithLibrary(const std::string& path) {
     }
     WdbStringMapDatabase strings(file, 101);
     strings.initialize(file.getSectionFileOffset("WDB.StringMap", 1), /*writable=*/false);
-    WdbStringBlock texts(WdbStringMapDatabase::StringBlockSize);
-    for (auto it = strings.getIterator(); it; ++it) {
-        it.getStringBlock(texts);
-        for (unsigned int i = 0; i < texts.size(); ++i)
-            recording.strings.push_back(texts.getText(i));
-    }
+    std::string text;
+    while (strings.getString(static_cast<unsigned int>(recording.strings.size() + 1), text))
+        recording.strings.push_back(text);
     return recording;
 }
 

@@ -1,157 +1,113 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
+#include <new>
 #include <string>
 
 #include <sys/mman.h>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/FileBytes.h"
 #include "tests/system/LibraryAccess.h"
 #include "writers/WdbStandAloneWriter.h"
 
 namespace Korvel {
 
-// Memory that stays when the process that writes it is killed.
-template <typename T>
-class SharedWithChildren {
-public:
-    SharedWithChildren()
-        : m_memory(::mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                          -1, 0)) {
-        if (m_memory == MAP_FAILED) throw std::bad_alloc();
-        new (m_memory) T();
-    }
-    ~SharedWithChildren() { ::munmap(m_memory, sizeof(T)); }
-    SharedWithChildren(const SharedWithChildren&) = delete;
-    SharedWithChildren& operator=(const SharedWithChildren&) = delete;
-
-    T* operator->() const { return static_cast<T*>(m_memory); }
-
-private:
-    void* m_memory;
-};
-
-// A recording in which every event and every string follows from its number, so that a reader knows
-// what must be there however it ended. Most events lie in the first of three buckets.
+// A recording in which every event and every string follows from its number, and is as long as
+// every other, so that a reader knows what must be there however it ended.
 class NumberedRecording {
 public:
-    static constexpr std::size_t Buckets = 3;
-    static constexpr long long BucketSize = 2048;
-    static constexpr long long EventsAString = 40;
-
-    // What the recording process tells, also after its end.
+    // What the recording process tells, also when it was killed.
     struct Progress {
-        std::atomic<long long> recorded = 0;                // events
-        std::atomic<std::size_t> safeEvents[Buckets] = {};  // in blocks that a checkpoint named
-        std::atomic<std::size_t> safeStrings = 0;
-        std::atomic<long long> safeTime = 0;
-        std::atomic<long long> wanted = 0;  // events that the process may record by now
+        std::atomic<long long> recorded = 0;  // events
+        std::atomic<long long> safe = 0;      // events when the last checkpoint began
+        std::atomic<long long> wanted = 0;    // events that the process may record by now
     };
+
+    static std::shared_ptr<Progress> sharedProgress() {
+        void* memory = ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE,
+                              MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) throw std::bad_alloc();
+        return {new (memory) Progress, [](Progress* p) { ::munmap(p, sizeof(Progress)); }};
+    }
 
     NumberedRecording(const std::string& path, Progress& progress) : m_progress(progress) {
         m_writer.setAddressSize(Buckets * BucketSize);
         m_writer.open(IWdbWriter::DefaultMode, "none/sim", path, 0);
     }
 
-    static std::size_t bucketOf(long long number) {
-        const unsigned int die = randomOf(number) % 10;
-        return die < 8 ? 0 : die - 7;
-    }
-
-    static StoredEvent event(long long number) {
-        const unsigned int random = randomOf(number);
-        std::string value(1 + (random >> 8) % 60, '\0');
-        for (std::size_t i = 0; i < value.size(); ++i)
-            value[i] = static_cast<char>(random >> i % 24);
-        const long long offset = (random >> 12) % (BucketSize - 60);
-        return {number, static_cast<long long>(bucketOf(number)) * BucketSize + offset, value};
-    }
-
-    static std::string string(std::size_t id) {
-        return std::string(id * 37 % 90, 'a') + std::to_string(id);
-    }
-
-    // The first events of a bucket.
-    static std::vector<StoredEvent> firstEvents(std::size_t bucket, std::size_t count) {
-        std::vector<StoredEvent> events;
-        for (long long number = 0; events.size() < count; ++number)
-            if (bucketOf(number) == bucket) events.push_back(event(number));
-        return events;
-    }
-
     void recordNext() {
         const long long number = m_progress.recorded;
         const StoredEvent next = event(number);
         traceBytes(m_writer, next.time, next.address, next.value);
-        m_events[bucketOf(number)].add(16 + next.value.size(), 20, 20 + next.value.size(), 10240);
-        if (number % EventsAString == 0) {
-            const std::string text = string(++m_lastString);
-            m_writer.addString(text);
-            m_strings.add(text.size() + 1, 12, text.size() + 1, 1024);
-        }
+        if (number % EventsAString == 0) m_writer.addString(string(number / EventsAString));
         m_writer.markCurrentTime(number);
         m_progress.recorded = number + 1;
     }
-
     // From here on a killed recording must hold what is stored now.
     void checkpoint() {
         m_writer.checkpoint();
-        for (std::size_t bucket = 0; bucket < Buckets; ++bucket)
-            m_progress.safeEvents[bucket] = m_events[bucket].stored;
-        m_progress.safeStrings = m_strings.stored;
-        m_progress.safeTime = m_progress.recorded - 1;
+        m_progress.safe = m_progress.recorded.load();
     }
+    WdbStandAloneWriter& writer() { return m_writer; }
 
-    void mark(long long time) { m_writer.markCurrentTime(time); }
-    void close() { m_writer.close(); }
-
-    // Whether a file holds what a recording with this progress must have left.
-    static void expectSound(const StoredRecording& recording, const Progress& progress) {
-        ASSERT_EQ(recording.sectionIDs(), "WDB.Event WDB.StringMap ");
-        ASSERT_EQ(recording.buckets.size(), Buckets);
-        for (std::size_t bucket = 0; bucket < Buckets; ++bucket) {
-            const std::vector<StoredEvent>& events = recording.buckets[bucket];
-            EXPECT_GE(events.size(), progress.safeEvents[bucket]) << "bucket " << bucket;
-            EXPECT_TRUE(events == firstEvents(bucket, events.size())) << "bucket " << bucket;
+    // Whether a file holds of so many events a part without gaps, at least the blocks that were
+    // full with the first @p safe ones.
+    static void expectSound(const StoredRecording& recording, long long safe, long long recorded) {
+        std::vector<StoredEvent> events[Buckets];
+        long long safeEvents[Buckets] = {};
+        for (long long number = 0; number < recorded; ++number) {
+            events[bucketOf(number)].push_back(event(number));
+            if (number < safe) ++safeEvents[bucketOf(number)];
         }
-        EXPECT_GE(recording.strings.size(), progress.safeStrings);
-        for (std::size_t id = 1; id <= recording.strings.size(); ++id)
-            EXPECT_EQ(recording.strings[id - 1], string(id));
-        EXPECT_GE(recording.latestTime, progress.safeTime);
-        EXPECT_LE(recording.latestTime, progress.recorded);
+        ASSERT_EQ(recording.buckets.size(), Buckets);
+        for (std::size_t i = 0; i < Buckets; ++i) {
+            const std::vector<StoredEvent>& stored = recording.buckets[i];
+            ASSERT_LE(stored.size(), events[i].size()) << "bucket " << i;
+            EXPECT_TRUE(std::equal(stored.begin(), stored.end(), events[i].begin()));
+            EXPECT_GE(stored.size(), inFullBlocks(safeEvents[i], EventsABlock)) << "bucket " << i;
+        }
+        for (std::size_t i = 0; i < recording.strings.size(); ++i)
+            EXPECT_EQ(recording.strings[i], string(static_cast<long long>(i)));
+        const long long safeStrings = (safe + EventsAString - 1) / EventsAString;
+        EXPECT_GE(recording.strings.size(), inFullBlocks(safeStrings, StringsABlock));
+        EXPECT_GE(recording.latestTime, safe - 1);
+        EXPECT_LE(recording.latestTime, recorded);
     }
 
 private:
-    // How full the current block is, and what the full ones before it hold.
-    struct BlockCount {
-        std::size_t used = 0;
-        std::size_t inBlock = 0;
-        std::size_t stored = 0;
+    static constexpr std::size_t Buckets = 3;
+    static constexpr long long BucketSize = 2048;
+    static constexpr std::size_t ValueSize = 64;
+    static constexpr long long EventsABlock = 127;  // (10240 - 20 - 4) / (16 + 64), rounded down
+    static constexpr long long EventsAString = 10;
+    static constexpr long long StringsABlock = 20;  // (1024 - 12 - 1) / 50, rounded down
 
-        void add(std::size_t size, std::size_t header, std::size_t needed, std::size_t capacity) {
-            if (used == 0) used = header;
-            if (used + needed >= capacity) {
-                stored += inBlock;
-                inBlock = 0;
-                used = header;
-            }
-            used += size;
-            ++inBlock;
-        }
-    };
+    // Most lie in the first bucket, which so needs a second node.
+    static std::size_t bucketOf(long long number) {
+        return number % 10 < 8 ? 0 : static_cast<std::size_t>(number % 10 - 7);
+    }
+    static StoredEvent event(long long number) {
+        const unsigned long long bits = static_cast<unsigned>(number + 1) * 0x9E3779B97F4A7C15ull;
+        std::string value;
+        while (value.size() < ValueSize)
+            value += fieldOf(bits * (value.size() + 1));
+        const auto offset = static_cast<long long>((bits >> 20) % (BucketSize - ValueSize));
+        return {number, static_cast<long long>(bucketOf(number)) * BucketSize + offset, value};
+    }
+    static std::string string(long long index) {
+        const std::string digits = std::to_string(index);
+        return std::string(49 - digits.size(), 's') + digits;
+    }
 
-    static unsigned int randomOf(long long number) {
-        auto bits = static_cast<unsigned long long>(number + 1) * 0x9E3779B97F4A7C15ull;
-        bits = (bits ^ bits >> 30) * 0xBF58476D1CE4E5B9ull;
-        return static_cast<unsigned int>(bits >> 32);
+    static std::size_t inFullBlocks(long long count, long long aBlock) {
+        return static_cast<std::size_t>((count - 1) / aBlock * aBlock);
     }
 
     Progress& m_progress;
     WdbStandAloneWriter m_writer;
-    BlockCount m_events[Buckets];
-    BlockCount m_strings;
-    std::size_t m_lastString = 0;
 };
 
 }  // namespace Korvel

@@ -51,7 +51,8 @@ void* writerNamed(void* library, const char* name) {
 void startAProcess() {
     const pid_t child = fork();
     if (child == 0) std::exit(0);
-    waitpid(child, nullptr, 0);
+    int status = -1;
+    if (waitpid(child, &status, 0) != child || status != 0) std::_Exit(6);
 }
 
 void record(void* writer, const std::string& path, bool forks) {
@@ -91,6 +92,5 @@ int main(int argc, char** argv) {
     if (writer == nullptr || liveWriter == nullptr || liveWriter == writer) return 4;
     record(writer, argv[2], ending == "fork");
     if (ending == "close" || ending == "fork") call<void>(writer, Close);
-    if (ending == "unload" && dlclose(library) != 0) return 5;
-    return 0;
+    return ending == "unload" ? dlclose(library) : 0;
 }

@@ -10,14 +10,9 @@
 namespace Korvel {
 namespace {
 
-constexpr std::size_t HeaderSize = 64;
-constexpr std::size_t ItemSize = 48;
 constexpr std::size_t TextSize = 24;
 constexpr std::size_t EventBlockSize = 10240;
-constexpr std::size_t EventBlockHeader = 20;
-constexpr std::size_t EventHeader = 16;
 constexpr std::size_t StringBlockSize = 1024;
-constexpr std::size_t StringBlockHeader = 12;
 
 void require(bool holds, const char* what) {
     if (!holds) throw std::runtime_error(std::string("not so: ") + what);
@@ -32,18 +27,17 @@ public:
                 "the version is the one that is written");
         m_recording.application = text(24);
         require(at<std::uint32_t>(60) == 0, "the header's reserved bytes are zero");
-        walk(at<std::int64_t>(48), 10, 128, [&](std::size_t node, std::size_t i) {
-            require(at<std::uint32_t>(node + 88 + 4 * i) == ItemSize, "an item has 48 bytes");
-            const auto item = at<std::int64_t>(node + 8 + 8 * i);
-            m_recording.sections.push_back({text(item), at<std::uint64_t>(item + 24),
-                                            at<std::int64_t>(item + 32),
-                                            at<std::int64_t>(item + 40)});
+        walk("contents", at<std::int64_t>(48), 10, 128, [&](std::size_t node, std::size_t i) {
+            require(at<std::uint32_t>(node + 88 + 4 * i) == 48, "an item has 48 bytes");
+            const std::size_t item = extent("item", at<std::int64_t>(node + 8 + 8 * i), 48);
+            require(at<std::uint64_t>(item + 24) == 1, "every section has version 1");
+            m_recording.sections.push_back(
+                {text(item), at<std::int64_t>(item + 32), at<std::int64_t>(item + 40)});
         });
         for (const StoredSection& section : m_recording.sections) {
-            require(section.version == 1, "every section has version 1");
-            bytesAt(section.offset, section.size);
-            if (section.id == "WDB.Event") decodeEvents(section.offset, section.size);
-            if (section.id == "WDB.StringMap") decodeStrings(section.offset, section.size);
+            const std::size_t header = extent(section.id, section.offset, section.size);
+            if (section.id == "WDB.Event") decodeEvents(header, section.size);
+            if (section.id == "WDB.StringMap") decodeStrings(header, section.size);
         }
         return m_recording;
     }
@@ -54,24 +48,28 @@ private:
         return fieldAt<Integer>(m_bytes, offset);
     }
 
-    std::string bytesAt(long long offset, long long size) const {
-        require(offset >= static_cast<long long>(HeaderSize) && size >= 0 &&
-                    offset + size <= static_cast<long long>(m_bytes.size()),
-                "a block lies in the file");
-        return m_bytes.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(size));
-    }
-
     std::string text(std::size_t offset) const { return m_bytes.substr(offset, TextSize).c_str(); }
+
+    std::size_t extent(const std::string& what, long long offset, long long size) {
+        require(
+            offset >= 64 && size >= 0 && offset + size <= static_cast<long long>(m_bytes.size()),
+            "whatever is named lies in the file, behind the header");
+        require(size == 0 || m_recording.extents.insert({offset, {what, size}}).second,
+                "no two things lie at one place");
+        return static_cast<std::size_t>(offset);
+    }
 
     // A node that names a next one is full. Where a kill cut the writing of a full node short, it
     // names the next one but still counts what it held before; the chain then ends there.
     template <typename Visit>
-    void walk(long long node, std::size_t capacity, std::size_t countOffset, Visit visit) const {
+    void walk(const std::string& what, long long node, std::size_t capacity,
+              std::size_t countOffset, Visit visit) {
         while (node != 0) {
-            bytesAt(node, static_cast<long long>(countOffset) + 8);
-            const auto place = static_cast<std::size_t>(node);
+            const auto size = static_cast<long long>(countOffset) + 8;
+            const std::size_t place = extent(what + " node", node, size);
             const auto count = at<std::uint32_t>(place + countOffset);
             require(count <= capacity, "a node counts no more entries than it has");
+            require(at<std::uint32_t>(place + countOffset + 4) == 0, "the padding is zero");
             for (std::size_t i = 0; i < count; ++i)
                 visit(place, i);
             const auto next = at<std::int64_t>(place);
@@ -80,8 +78,9 @@ private:
         }
     }
 
-    std::string inflated(long long offset, unsigned int size, std::size_t imageSize) const {
-        const std::string stored = bytesAt(offset, size);
+    std::string inflated(const std::string& what, long long offset, unsigned int size,
+                         std::size_t imageSize) {
+        const std::string stored = m_bytes.substr(extent(what + " block", offset, size), size);
         std::string image(imageSize, '\0');
         uLongf length = imageSize;
         uLong consumed = size;
@@ -91,72 +90,76 @@ private:
         return image;
     }
 
-    void decodeEvents(long long offset, long long size) {
-        const auto header = static_cast<std::size_t>(offset);
+    static void requireZeroFrom(std::size_t used, const std::string& image) {
+        require(image.find_first_not_of('\0', used) == std::string::npos, "the tail is zero");
+    }
+
+    void decodeEvents(std::size_t header, long long size) {
         require(size == 72 && at<std::int32_t>(header + 8) == 1001 &&
                     at<std::uint32_t>(header + 64) == EventBlockSize &&
                     at<std::uint32_t>(header + 68) == 100,
                 "the event section's header has its fixed values");
-        require(bytesAt(offset + 40, 24) == std::string(24, '\0'), "there is no address map");
+        require(m_bytes.substr(header + 40, 24) == std::string(24, '\0'),
+                "no address map is named");
         m_recording.latestTime = at<std::int64_t>(header);
         m_recording.addressesPerBucket = at<std::uint64_t>(header + 16);
         m_recording.numberOfAddresses = at<std::uint64_t>(header + 24);
-        m_recording.buckets.resize(at<std::uint32_t>(header + 12));
-        const auto table = at<std::int64_t>(header + 32);
-        bytesAt(table, 8 * static_cast<long long>(m_recording.buckets.size()));
-        for (std::size_t bucket = 0; bucket < m_recording.buckets.size(); ++bucket) {
-            const auto head = at<std::int64_t>(static_cast<std::size_t>(table) + 8 * bucket);
-            walk(head, 100, 1208, [&](std::size_t node, std::size_t i) {
-                decodeBlock(bucket, at<std::int64_t>(node + 8 + 8 * i),
-                            at<std::uint32_t>(node + 808 + 4 * i));
+        const auto buckets = at<std::uint32_t>(header + 12);
+        const std::size_t table = extent("table", at<std::int64_t>(header + 32), 8ll * buckets);
+        m_recording.buckets.resize(buckets);
+        for (std::size_t bucket = 0; bucket < buckets; ++bucket) {
+            const std::string what = "bucket " + std::to_string(bucket);
+            const auto head = at<std::int64_t>(table + 8 * bucket);
+            walk(what, head, 100, 1208, [&](std::size_t node, std::size_t i) {
+                decodeBlock(inflated(what, at<std::int64_t>(node + 8 + 8 * i),
+                                     at<std::uint32_t>(node + 808 + 4 * i), EventBlockSize),
+                            bucket);
             });
         }
     }
 
-    void decodeBlock(std::size_t bucket, long long offset, unsigned int size) {
-        const std::string image = inflated(offset, size, EventBlockSize);
+    void decodeBlock(const std::string& image, std::size_t bucket) {
         const auto base = static_cast<long long>(bucket * m_recording.addressesPerBucket);
         std::vector<StoredEvent>& events = m_recording.buckets[bucket];
         const std::size_t before = events.size();
-        std::size_t used = EventBlockHeader;
+        std::size_t used = 20;
         for (auto count = fieldAt<std::uint32_t>(image, 16); count > 0; --count) {
             const auto length = fieldAt<std::uint32_t>(image, used + 12);
-            require(used + EventHeader + length <= EventBlockSize, "an event lies in its block");
             events.push_back({fieldAt<std::int64_t>(image, used),
                               base + fieldAt<std::uint32_t>(image, used + 8),
-                              image.substr(used + EventHeader, length)});
-            used += EventHeader + length;
+                              image.substr(used + 16, length)});
+            used += 16 + length;
+            require(used <= EventBlockSize, "an event lies in its block");
         }
+        requireZeroFrom(used, image);
         require(events.size() > before, "a stored block has events");
-        require(image.find_first_not_of('\0', used) == std::string::npos, "the tail is zero");
         require(fieldAt<std::int64_t>(image, 0) == events[before].time &&
                     fieldAt<std::int64_t>(image, 8) == events.back().time - events[before].time,
                 "a block's times are those of its events");
     }
 
-    void decodeStrings(long long offset, long long size) {
-        const auto header = static_cast<std::size_t>(offset);
+    void decodeStrings(std::size_t header, long long size) {
         require(size == 16 && at<std::int32_t>(header) == 101 &&
                     at<std::uint32_t>(header + 4) == StringBlockSize,
                 "the string map's header has its fixed values");
-        const auto slot = at<std::int64_t>(header + 8);
-        walk(at<std::int64_t>(static_cast<std::size_t>(slot)), 100, 2408,
-             [&](std::size_t node, std::size_t i) {
-                 const std::string image =
-                     inflated(at<std::int64_t>(node + 8 + 8 * i),
-                              at<std::uint32_t>(node + 1608 + 4 * i), StringBlockSize);
-                 const auto firstId = static_cast<long long>(m_recording.strings.size()) + 1;
-                 const auto count = at<std::uint32_t>(node + 2008 + 4 * i);
-                 require(at<std::int64_t>(node + 808 + 8 * i) == firstId &&
-                             fieldAt<std::int64_t>(image, 0) == firstId &&
-                             fieldAt<std::uint32_t>(image, 8) == count,
-                         "a block of strings goes on where the one before ended");
-                 std::size_t used = StringBlockHeader;
-                 for (unsigned int string = 0; string < count; ++string) {
-                     m_recording.strings.push_back(image.c_str() + used);
-                     used += m_recording.strings.back().size() + 1;
-                 }
-             });
+        const std::size_t slot = extent("slot", at<std::int64_t>(header + 8), 8);
+        walk("strings", at<std::int64_t>(slot), 100, 2408, [&](std::size_t node, std::size_t i) {
+            const std::string image =
+                inflated("strings", at<std::int64_t>(node + 8 + 8 * i),
+                         at<std::uint32_t>(node + 1608 + 4 * i), StringBlockSize);
+            const auto firstId = static_cast<long long>(m_recording.strings.size()) + 1;
+            const auto count = at<std::uint32_t>(node + 2008 + 4 * i);
+            require(at<std::int64_t>(node + 808 + 8 * i) == firstId &&
+                        fieldAt<std::int64_t>(image, 0) == firstId &&
+                        fieldAt<std::uint32_t>(image, 8) == count,
+                    "a block of strings goes on where the one before ended");
+            std::size_t used = 12;
+            for (unsigned int string = 0; string < count; ++string) {
+                m_recording.strings.push_back(image.c_str() + used);
+                used += m_recording.strings.back().size() + 1;
+            }
+            requireZeroFrom(used, image);
+        });
     }
 
     const std::string& m_bytes;
@@ -164,13 +167,6 @@ private:
 };
 
 }  // namespace
-
-std::string StoredRecording::sectionIDs() const {
-    std::string ids;
-    for (const StoredSection& section : sections)
-        ids += section.id + " ";
-    return ids;
-}
 
 std::vector<StoredEvent> StoredRecording::allEvents() const {
     std::vector<StoredEvent> events;

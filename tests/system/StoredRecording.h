@@ -1,6 +1,8 @@
 #pragma once
 
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Korvel {
@@ -15,7 +17,6 @@ struct StoredEvent {
 
 struct StoredSection {
     std::string id;
-    unsigned long long version;
     long long offset;
     long long size;
 };
@@ -29,16 +30,16 @@ struct StoredRecording {
     unsigned long long numberOfAddresses;
     std::vector<std::vector<StoredEvent>> buckets;
     std::vector<std::string> strings;  // the first one has id 1
-
-    // The identifiers of the sections, each followed by a blank.
-    std::string sectionIDs() const;
+    // What lies behind the header, by offset, and its size.
+    std::map<long long, std::pair<std::string, long long>> extents;
 
     std::vector<StoredEvent> allEvents() const;
 };
 
 // Reads the bytes of a recording by the layout alone: no code of the library has a part in it, so
 // that a mistake in the library does not cancel out. Throws std::runtime_error or std::out_of_range
-// for whatever is not as a writer leaves it, also a writer that was killed.
+// for whatever is not as a writer leaves it, also a writer that was killed. Strings must not hold
+// a zero byte.
 StoredRecording decode(const std::string& bytes);
 
 // The bytes of a recording without its creation time, the only ones that may differ between two

@@ -1,10 +1,7 @@
 #include "writers/WdbStandAloneWriter.h"
 
-#include <filesystem>
 #include <functional>
-#include <stdexcept>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/FileBytes.h"
@@ -16,21 +13,19 @@
 namespace Korvel {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
-constexpr long long Addresses = 5000;
-
 class StandAloneWriter : public ::testing::Test {
 protected:
-    StandAloneWriter() { m_writer.setAddressSize(Addresses); }
+    StandAloneWriter() { m_writer.setAddressSize(5000); }
 
     void open(const std::string& name = "recording.wdb") {
-        m_writer.open(IWdbWriter::DefaultMode, m_directory.file("none/sim"), path(name), 0);
+        m_writer.open(IWdbWriter::DefaultMode, path("snap/sim"), path(name), 0);
     }
-    StoredRecording finished(const std::string& name = "recording.wdb") {
-        m_writer.close();
+    StoredRecording stored(const std::string& name = "recording.wdb") const {
         return decode(readFile(path(name)));
+    }
+    StoredRecording finished() {
+        m_writer.close();
+        return stored();
     }
     std::string path(const std::string& name) const { return m_directory.file(name); }
 
@@ -38,37 +33,37 @@ protected:
     WdbStandAloneWriter m_writer;
 };
 
+// What is refused leaves the file alone; a viewer may open what is not before anything is recorded.
 TEST_F(StandAloneWriter, givesEachBegunDivisionABucket) {
+    constexpr std::size_t Refused = -1;
     const struct {
         long long addresses;
         unsigned int division;
         std::size_t buckets;
-    } cases[] = {{0, 2048, 0},    {1, 2048, 1},       {2048, 2048, 1}, {2049, 2048, 2},
-                 {4096, 2048, 2}, {4097, 2048, 3},    {5000, 1000, 5}, {5001, 1000, 6},
-                 {3, 1, 3},       {3, 4294967295u, 1}};
+    } cases[] = {{5000, 0, Refused}, {-1, 2048, Refused}, {1ll << 62, 2048, Refused},
+                 {0, 2048, 0},       {1, 2048, 1},        {2048, 2048, 1},
+                 {2049, 2048, 2},    {3, 1, 3},           {3, 4294967295u, 1}};
     for (const auto& row : cases) {
         m_writer.setAddressSize(row.addresses);
         m_writer.setBucketDivision(row.division);
+        if (row.buckets == Refused) {
+            writeFile(path("recording.wdb"), "precious");
+            EXPECT_THROW(open(), Veld::OpenException) << row.addresses << "/" << row.division;
+            EXPECT_EQ(readFile(path("recording.wdb")), "precious");
+            continue;
+        }
         open();
-        // A viewer may open the recording before anything was recorded.
-        EXPECT_EQ(decode(readFile(path("recording.wdb"))).buckets.size(), row.buckets);
-        const StoredRecording recording = finished();
+        const StoredRecording recording = stored();
         EXPECT_EQ(recording.buckets.size(), row.buckets) << row.addresses << "/" << row.division;
         EXPECT_EQ(recording.addressesPerBucket, row.division);
         EXPECT_EQ(recording.numberOfAddresses, static_cast<unsigned long long>(row.addresses));
-        EXPECT_THAT(recording.allEvents(), IsEmpty());
-        EXPECT_EQ(recording.sectionIDs(), "WDB.Event WDB.StringMap ");
     }
 }
 
 // The SystemC functions advance the latest time and the others do not. Bits [33, 41) of 96 lie in
 // the second of three pairs. The base offset counts from the call on.
 TEST_F(StandAloneWriter, eachTraceFunctionRecordsItsAddressAndValue) {
-    std::string words(
-        "\x01\x00\x00\x00\x00\x00\x00\x00"
-        "\xff\xff\xff\xff\x00\x00\x00\x00"
-        "\x03\x00\x00\x00\x00\x00\x00\x00",
-        24);
+    std::string words = fieldOf(1ll) + fieldOf(0xffffffffll) + fieldOf(3ll);
     std::string fresh("\x05\x00\x00\x00\x80\x00\x00\x00", 8);
     const std::string merged("\x0b\xfe\xff\xff\x00\x01\x00\x00", 8);
     auto* current = reinterpret_cast<unsigned char*>(words.data());
@@ -103,53 +98,34 @@ TEST_F(StandAloneWriter, eachTraceFunctionRecordsItsAddressAndValue) {
     }
 }
 
-TEST_F(StandAloneWriter, storesStringsThatABlockCanTake) {
-    EXPECT_EQ(m_writer.addString("not open"), -1);
-    open();
-    EXPECT_EQ(m_writer.addString(""), 1);
-    EXPECT_EQ(m_writer.addString(std::string(1011, 'x')), -1);
-    EXPECT_EQ(m_writer.addString(std::string(1010, 'y')), 2);
-    EXPECT_EQ(m_writer.addString(std::string("cut\0off", 7)), 3);
-    EXPECT_EQ(m_writer.addString("last"), 4);
-    EXPECT_THAT(finished().strings, ElementsAre("", std::string(1010, 'y'), "cut", "last"));
-    EXPECT_EQ(m_writer.addString("closed"), -1);
-}
-
 // The flag counts when a block fills up, so it works for a recording that is open already.
-TEST_F(StandAloneWriter, filterCanBeSetWhileOpen) {
-    for (const bool filter : {false, true}) {
-        m_writer.setFilterRepeatedValue(!filter);
-        open();
-        m_writer.setFilterRepeatedValue(filter);
+TEST_F(StandAloneWriter, dropsRepeatedValuesUnlessToldOtherwise) {
+    const auto eventsKept = [&] {
         for (int i = 0; i < 1000; ++i)
             traceBytes(m_writer, 1, 0, std::string(100, static_cast<char>('a' + i % 26)));
-        EXPECT_EQ(finished().allEvents().size() < 100, filter);
-    }
+        return finished().allEvents().size();
+    };
+    open();
+    EXPECT_LT(eventsKept(), 100u);
+    open();
+    m_writer.setFilterRepeatedValue(false);
+    EXPECT_EQ(eventsKept(), 1000u);
 }
 
-TEST_F(StandAloneWriter, refusesSettingsBeforeItTouchesAFile) {
-    writeFile(path("recording.wdb"), "precious");
-    const struct {
-        long long addresses;
-        unsigned int division;
-    } cases[] = {{5000, 0}, {-1, 2048}, {1ll << 62, 2048}};
-    for (const auto& row : cases) {
-        m_writer.setAddressSize(row.addresses);
-        m_writer.setBucketDivision(row.division);
-        EXPECT_THROW(open(), Veld::OpenException) << row.addresses << "/" << row.division;
-        EXPECT_EQ(readFile(path("recording.wdb")), "precious");
-        EXPECT_EQ(m_writer.addString("closed"), -1);
+// A second open finishes what was open, also when it fails, and begins anew. Whatever is called
+// while nothing is open does nothing.
+TEST_F(StandAloneWriter, recordsOneFileAfterAnother) {
+    EXPECT_EQ(m_writer.addString("not open"), -1);
+    for (const std::string name : {"first.wdb", "second.wdb"}) {
+        open(name);
+        traceBytes(m_writer, 1, 2, name);
+        EXPECT_EQ(m_writer.addString(std::string(1011, 'x')), -1);
+        EXPECT_EQ(m_writer.addString(name), 1);
+        EXPECT_EQ(m_writer.addString(std::string(1010, 'y')), 2);
     }
-}
-
-TEST_F(StandAloneWriter, isClosedAfterAFailedOpen) {
-    open("first.wdb");
-    traceBytes(m_writer, 1, 2, "a");
-    EXPECT_THROW(open("missing/second.wdb"), Veld::OpenException);
-    // What was open was finished before the other file was tried.
-    EXPECT_THAT(decode(readFile(path("first.wdb"))).allEvents(),
-                ElementsAre(StoredEvent{1, 2, "a"}));
-    const std::string bytes = readFile(path("first.wdb"));
+    m_writer.markCurrentTime(5);
+    EXPECT_THROW(open("missing/third.wdb"), Veld::OpenException);
+    const std::string bytes = readFile(path("second.wdb"));
     traceBytes(m_writer, 2, 2, "b");
     m_writer.getTraceVlogFunc()(2, 0, 0, nullptr, nullptr, 0, 1);
     m_writer.getTraceScObjectFunc()(2, 0, nullptr, nullptr, 0, 1);
@@ -158,106 +134,61 @@ TEST_F(StandAloneWriter, isClosedAfterAFailedOpen) {
     m_writer.checkpoint();
     EXPECT_EQ(m_writer.addString("closed"), -1);
     m_writer.close();
-    EXPECT_EQ(readFile(path("first.wdb")), bytes);
+    EXPECT_EQ(readFile(path("second.wdb")), bytes);
+    for (const std::string name : {"first.wdb", "second.wdb"}) {
+        EXPECT_EQ(stored(name).allEvents(), std::vector<StoredEvent>({{1, 2, name}}));
+        EXPECT_EQ(stored(name).strings, std::vector<std::string>({name, std::string(1010, 'y')}));
+    }
     open("third.wdb");
-    traceBytes(m_writer, 3, 4, "c");
-    EXPECT_THAT(finished("third.wdb").allEvents(), ElementsAre(StoredEvent{3, 4, "c"}));
+    EXPECT_EQ(stored("third.wdb").latestTime, 0);
 }
 
-// A second open finishes the first recording; ids and events begin anew, the application stays.
-TEST_F(StandAloneWriter, recordsOneFileAfterAnother) {
-    m_writer.setApplication("before open");
-    open("first.wdb");
-    traceBytes(m_writer, 1, 2, "a");
-    EXPECT_EQ(m_writer.addString("one"), 1);
-    m_writer.markCurrentTime(5);
-    open("second.wdb");
-    const StoredRecording first = decode(readFile(path("first.wdb")));
-    EXPECT_EQ(m_writer.addString("two"), 1);
-    EXPECT_EQ(first.application, "before open");
-    EXPECT_EQ(first.latestTime, 5);
-    EXPECT_THAT(first.allEvents(), ElementsAre(StoredEvent{1, 2, "a"}));
-    const StoredRecording second = finished("second.wdb");
-    EXPECT_EQ(second.application, "before open");
-    EXPECT_EQ(second.latestTime, 0);
-    EXPECT_THAT(second.allEvents(), IsEmpty());
-    EXPECT_THAT(second.strings, ElementsAre("two"));
-    open();
-    m_writer.setApplication("a name of more than 24 characters");
-    m_writer.restart();
-    m_writer.setMaxTraceableSize(1);
-    EXPECT_EQ(finished().application, "a name of more than 24 c");
-}
-
-TEST_F(StandAloneWriter, embedsTheCompilersFilesOfTheSnapshot) {
-    const std::string kernelDirectory = path("torq.dir/snap/");
-    std::filesystem::create_directories(kernelDirectory);
-    const auto record = [&] {
-        m_writer.open(IWdbWriter::DefaultMode, path("snap/sim"), path("recording.wdb"), 0);
-        return finished();
+TEST_F(StandAloneWriter, embedsTheCompilersFilesThatAreThere) {
+    const auto sectionsWith = [&](const std::string& file, const std::string& content) {
+        writeFile(path("torq.dir/snap/" + file), content);
+        open();
+        std::string ids;
+        for (const StoredSection& section : finished().sections)
+            ids += section.id + " ";
+        return ids;
     };
-    EXPECT_EQ(record().sectionIDs(), "WDB.Event WDB.StringMap ");
-    writeFile(kernelDirectory + "torq.rtti", "types");
-    EXPECT_EQ(record().sectionIDs(), "Pellon RTTI WDB.Event WDB.StringMap ");
-    const std::string debug = std::string(100'000, 'd') + "end";
-    writeFile(kernelDirectory + "torq.dbg", debug);
-    const StoredRecording both = record();
-    EXPECT_EQ(both.sectionIDs(), "Pellon DBG Pellon RTTI WDB.Event WDB.StringMap ");
-    const std::string bytes = readFile(path("recording.wdb"));
-    EXPECT_EQ(bytes.substr(200, debug.size()), debug);
-    EXPECT_EQ(both.sections[0].offset, 200);
-    EXPECT_EQ(both.sections[0].size, static_cast<long long>(debug.size()));
-    writeFile(kernelDirectory + "torq.dbg", "");
-    EXPECT_EQ(record().sectionIDs(), "Pellon RTTI WDB.Event WDB.StringMap ");
-    std::filesystem::remove(kernelDirectory + "torq.dbg");
-    std::filesystem::create_directory(kernelDirectory + "torq.dbg");
-    EXPECT_EXIT(record(), ::testing::ExitedWithCode(1),
-                "WDB FATAL ERROR: Can't read WDB constituent file .*torq.dbg for the following");
+    std::filesystem::create_directories(path("torq.dir/snap/"));
+    EXPECT_EQ(sectionsWith("other", "file"), "WDB.Event WDB.StringMap ");
+    EXPECT_EQ(sectionsWith("torq.rtti", "types"), "Pellon RTTI WDB.Event WDB.StringMap ");
+    EXPECT_EQ(readFile(path("recording.wdb")).substr(200, 5), "types");
+    EXPECT_EQ(sectionsWith("torq.dbg", ""), "Pellon RTTI WDB.Event WDB.StringMap ");
 }
 
-TEST_F(StandAloneWriter, recordsIntoTheUsualNameWhenNoneIsGiven) {
-    EXPECT_EXIT(
-        {
-            std::filesystem::current_path(path(""));
-            m_writer.open(IWdbWriter::DefaultMode, "", "", 5);
-            m_writer.close();
-            std::exit(decode(readFile("torq.wdb")).sections.size() == 2 ? 0 : 2);
-        },
-        ::testing::ExitedWithCode(0), "^$");
-}
-
-// Whoever was constructed last records, whichever writer handed out the function. In a process of
-// its own, since the factory's writer stays.
+// Whoever was constructed last records, whichever writer handed out the function, and under the
+// usual name when none is given. In a process of its own, since the factory's writer stays.
 TEST_F(StandAloneWriter, factoryTakesTheTraceFunctionsOver) {
-    open("own.wdb");
-    EXPECT_EXIT(
-        {
-            IWdbWriter* factorys = WriterFactory::getWdbWriter();
-            factorys->setAddressSize(Addresses);
-            factorys->open(IWdbWriter::DefaultMode, "", path("factory.wdb"), 0);
-            traceBytes(m_writer, 1, 2, "a");
-            factorys->close();
-            m_writer.close();
-            const bool isSame = WriterFactory::getWdbWriter() == factorys;
-            const std::size_t own = decode(readFile(path("own.wdb"))).allEvents().size();
-            const std::size_t taken = decode(readFile(path("factory.wdb"))).allEvents().size();
-            std::exit(isSame && own == 0 && taken == 1 ? 0 : 2);
-        },
-        ::testing::ExitedWithCode(0), "^$");
+    const auto recordByTheFactory = [&] {
+        open("own.wdb");
+        std::filesystem::current_path(path(""));
+        IWdbWriter* factorys = WriterFactory::getWdbWriter();
+        factorys->setAddressSize(5000);
+        factorys->open(IWdbWriter::DefaultMode, "", "", 5);
+        traceBytes(m_writer, 1, 2, "a");
+        factorys->close();
+        m_writer.close();
+        const bool isTaken =
+            stored("own.wdb").allEvents().empty() && stored("torq.wdb").allEvents().size() == 1;
+        std::exit(isTaken && WriterFactory::getWdbWriter() == factorys ? 0 : 2);
+    };
+    EXPECT_EXIT(recordByTheFactory(), ::testing::ExitedWithCode(0), "^$");
 }
 
 TEST_F(StandAloneWriter, functionsOutliveTheirWriter) {
     auto writer = std::make_unique<WdbStandAloneWriter>();
-    writer->setAddressSize(Addresses);
-    writer->open(IWdbWriter::DefaultMode, "", path("recording.wdb"), 0);
-    traceBytes(*writer, 1, 3, "v");
     const IWdbWriter::TraceVhdlFunc vhdl = writer->getTraceVhdlFunc();
     const IWdbWriter::TraceScObjectFunc scObject = writer->getTraceScObjectFunc();
+    writer->setAddressSize(5000);
+    writer->open(IWdbWriter::DefaultMode, "", path("recording.wdb"), 0);
+    traceBytes(*writer, 1, 3, "v");
     writer.reset();
     vhdl(2, 0, 1, nullptr, nullptr);
     scObject(2, 0, nullptr, nullptr, 0, 1);
-    EXPECT_THAT(decode(readFile(path("recording.wdb"))).allEvents(),
-                ElementsAre(StoredEvent{1, 3, "v"}));
+    EXPECT_EQ(stored().allEvents(), std::vector<StoredEvent>({{1, 3, "v"}}));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "events/WdbIEventBlockDatabase.h"
 
 #include <algorithm>
+#include <cstring>
 #include <vector>
 
 namespace Korvel {
@@ -12,6 +13,18 @@ namespace Korvel {
 namespace {
 
 constexpr std::size_t KeptFindings = 1000;
+
+// How a design description of ours begins: where its root table is, then the identifier of its
+// format.
+struct DescriptionStart {
+    char root[4];
+    char identifier[4];
+};
+constexpr char DescriptionIdentifier[] = {'T', 'O', 'R', 'Q'};
+
+bool isDescription(const DescriptionStart& start) {
+    return std::memcmp(start.identifier, DescriptionIdentifier, sizeof(DescriptionIdentifier)) == 0;
+}
 
 }  // namespace
 
@@ -22,12 +35,23 @@ std::optional<DesignDescription> readDescription(Inspection& inspection,
         !inspection.claim(section.place, item.m_offset, static_cast<std::uint64_t>(item.m_size))) {
         return std::nullopt;
     }
-    if (static_cast<std::uint64_t>(item.m_size) > DesignDescriptionWriter::MaxBytes) {
+    DescriptionStart start = {};
+    const auto size = static_cast<std::size_t>(item.m_size);
+    if (!inspection.read(section.place, item.m_offset, &start, std::min(size, sizeof(start)))) {
+        return std::nullopt;
+    }
+    // The section holds whatever the simulator's own compiler left for it.
+    if (!isDescription(start)) {
+        inspection.warning(section.place,
+                           "is no design description of ours: objects are named by address");
+        return std::nullopt;
+    }
+    if (size > DesignDescriptionWriter::MaxBytes) {
         inspection.error(section.place, "{} bytes are too many for a design description",
                          item.m_size);
         return std::nullopt;
     }
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(item.m_size));
+    std::vector<std::uint8_t> bytes(size);
     if (!inspection.read(section.place, item.m_offset, bytes.data(), bytes.size())) {
         return std::nullopt;
     }

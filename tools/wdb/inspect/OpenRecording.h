@@ -17,7 +17,8 @@ constexpr const char* DescriptionSection = "Pellon DBG";
 constexpr const char* TypeInformationSection = "Pellon RTTI";
 constexpr unsigned int EmbeddedSectionVersion = 1;
 
-/// Reads the design description that a section holds. Nothing, with a finding, when it is none.
+/// Reads the design description that a section holds. Nothing, with a finding, when it is none: a
+/// warning when the section holds something else, an error when the description is damaged.
 std::optional<DesignDescription> readDescription(Inspection& inspection,
                                                  const SectionEntry& section);
 

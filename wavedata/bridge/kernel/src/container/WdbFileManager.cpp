@@ -10,6 +10,7 @@
 
 #include "container/WdbBlockCodec.h"
 #include "support/WdbFatalError.h"
+#include "support/WdbKeepForever.h"
 #include "support/WdbOpenFailure.h"
 
 namespace Korvel {
@@ -143,8 +144,8 @@ void WdbFileManager::abandon() {
     m_isOpen = false;
     m_isWritable = false;
     // Destroying either would write; both stay in memory until this process ends.
-    static_cast<void>(m_contents.release());
-    static_cast<void>(new std::fstream(std::move(m_stream)));
+    keepForever(m_contents.release());
+    keepForever(new std::fstream(std::move(m_stream)));
 }
 
 void WdbFileManager::readHeader() {

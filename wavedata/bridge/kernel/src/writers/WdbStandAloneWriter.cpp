@@ -7,6 +7,7 @@
 
 #include "events/WdbEventBlockDatabaseFactory.h"
 #include "support/OutputFileNames.h"
+#include "support/WdbKeepForever.h"
 #include "support/WdbOpenFailure.h"
 
 namespace Korvel {
@@ -124,8 +125,8 @@ bool WdbStandAloneWriter::isInForkedProcess() const {
 
 void WdbStandAloneWriter::abandon() {
     // Their destructors would store what they hold.
-    static_cast<void>(m_eventDatabase.release());
-    static_cast<void>(m_stringMap.release());
+    keepForever(m_eventDatabase.release());
+    keepForever(m_stringMap.release());
     m_fileManager.abandon();
 }
 
