@@ -130,7 +130,7 @@ TEST(DamagedDescription, isRefusedWithItsReason) {
 
 TEST(DamagedDescription, isRefusedWhereverItIsCut) {
     Bytes bytes = smallDescription();
-    for (bytes.resize(bytes.size() - 9); !bytes.empty(); bytes.pop_back()) {
+    for (bytes.erase(bytes.end() - 9, bytes.end()); !bytes.empty(); bytes.pop_back()) {
         EXPECT_NE(refusalOf(bytes), "(accepted)") << bytes.size();
     }
     EXPECT_EQ(refusalOf({}), "not a design description");
