@@ -7,7 +7,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/../.." || exit
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=true
 
 # Debian packages, by what they are needed for.
-BUILD_PACKAGES=(g++ cmake ninja-build ccache zlib1g-dev
+BUILD_PACKAGES=(g++ cmake ninja-build ccache zlib1g-dev libdeflate-dev
     libboost-dev libboost-filesystem-dev libboost-thread-dev
     libcli11-dev libfmt-dev nlohmann-json3-dev
     libflatbuffers-dev flatbuffers-compiler)

@@ -310,6 +310,11 @@ TEST(EventBlock, storesWhatCompressingTheImageGives) {
         WdbEventBlock loaded(block.getMaxEventBlockSize(), 0);
         loaded.loadBlock(handle, size, store);
         ASSERT_EQ(imageOf(loaded), imageOf(block));
+        WdbEventBlockHeader header;
+        ASSERT_TRUE(WdbEventBlock::peek(handle, size, store, header));
+        ASSERT_EQ(header.startTime, block.getStartTime());
+        ASSERT_EQ(header.timeLength, block.getTimeLength());
+        ASSERT_EQ(header.eventCount, block.size());
         ASSERT_EQ(eventsOf(loaded), eventsOf(block));
         std::string inPlace(block.sizeofEventBlock(), '?');
         const long long plain = store.addBlock(inPlace.data(), inPlace.size());
@@ -327,6 +332,10 @@ TEST(EventBlock, readsWhatIsSoundInADamagedImage) {
     const auto with = [&](std::size_t offset, unsigned int value) {
         return compressed(std::string(good).replace(offset, 4, fieldOf(value)));
     };
+    // A thousand bytes without contents come before the first that is wanted.
+    std::string padded = compressed(good);
+    for (int i = 0; i < 205; ++i)
+        padded.insert(2, std::string("\0\0\0\xFF\xFF", 5));
     const struct {
         const char* name;
         std::string stored;
@@ -340,11 +349,15 @@ TEST(EventBlock, readsWhatIsSoundInADamagedImage) {
         {"lengthOneMore", with(56 + 12, 100 - 71), 2},
         {"imageTooLarge", compressed(good + 'x'), 0},
         {"imageShort", compressed(good.substr(0, 56)), 3},  // the third is zeros
+        {"garbageBehind", compressed(good) + "garbage", 3},
+        {"emptyPiecesBefore", padded, 3},
+        {"dictionaryWanted", std::string(compressed(good)).replace(0, 2, "\x78\x20"), 0},
         {"streamCut", compressed(good).substr(0, 30), 0},
         {"checksum", compressed(good).replace(compressed(good).size() - 1, 1, "?"), 0},
         {"nothing", "", 0},
     };
     OwningMemoryStore store;
+    WdbEventBlockHeader header;
     for (const auto& row : rows) {
         WdbEventBlock block = blockOf({{7, 7, "old"}}, 0, 100);
         const long long handle = store.addBlock(row.stored.data(), row.stored.size());
@@ -352,7 +365,26 @@ TEST(EventBlock, readsWhatIsSoundInADamagedImage) {
         EXPECT_EQ(eventsOf(block).size(), row.events) << row.name;
         if (row.events == 0) {
             EXPECT_EQ(imageOf(block), std::string(100, '\0')) << row.name;
+        } else {
+            EXPECT_TRUE(WdbEventBlock::peek(handle, static_cast<unsigned int>(row.stored.size()),
+                                            store, header) &&
+                        header.eventCount >= 2)
+                << row.name;
         }
+    }
+}
+
+// Unpacking copies in steps of several bytes; what such a step leaves behind a short stream would
+// be taken for events.
+TEST(EventBlock, isZeroBehindAShortImage) {
+    OwningMemoryStore store;
+    for (std::size_t length = 1; length < 400; ++length) {
+        const std::string image = std::string(length, 'x') + "xyz" + std::string(length % 7, 'x');
+        const std::string stored = compressed(image);
+        WdbEventBlock block(500, 0);
+        block.loadBlock(store.addBlock(stored.data(), stored.size()),
+                        static_cast<unsigned int>(stored.size()), store);
+        ASSERT_EQ(imageOf(block), image + std::string(500 - image.size(), '\0')) << length;
     }
 }
 

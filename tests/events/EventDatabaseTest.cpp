@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "indexes/WdbScalarBTree.h"
+#include "korvel/WdbScalarBTree.h"
 #include "support/WdbICheckpoint.h"
 #include "tests/support/EventFile.h"
 #include "tests/support/FileBytes.h"
@@ -79,6 +79,34 @@ TEST_P(EventDatabase, givesBackWhatAModelHolds) {
                     model[static_cast<std::size_t>(address)]);
     if (GetParam() == MultipleBucket) {
         EXPECT_TRUE(found[3000].empty()) << "of a bucket that was not asked for";
+    }
+}
+
+// A search jumps between nodes. One that a damaged entry cut short keeps its hundred places.
+TEST_P(EventDatabase, movesToAnyBlock) {
+    EventFile file(GetParam(), 2048);
+    for (int i = 0; i < 1000; ++i)
+        file.write(i, 0, run('a', 2000));
+    std::vector<long long> handles;
+    const auto all = file.database->getAllEventBlockDatabaseIterator();
+    for (WdbIEventBlockIterator& it = *all[0]; it; ++it)
+        handles.push_back(it.getStoredBlock().handle);
+    ASSERT_EQ(handles.size(), 200u) << "two full nodes";
+    file.close();
+    const auto node = fieldAt<long long>(readFile(file.path), EventFile::Table);
+    damage(file.path, static_cast<std::size_t>(node + 8 + 8 * 60), 0ll);
+    file.open();
+    const auto kept = file.database->getAllEventBlockDatabaseIterator();
+    WdbIEventBlockIterator& it = *kept[0];
+    EXPECT_EQ(it.getBlockCount(), 200u);
+    for (const std::size_t i : {199u, 0u, 200u, 60u, 100u, 1000u, 59u, 99u, 199u, 300u}) {
+        it.moveTo(i);
+        EXPECT_EQ(it.isEof(), i >= 200) << i;
+        EXPECT_EQ(it.getStoredBlock().handle, i >= 200 || (i >= 60 && i < 100) ? 0 : handles[i])
+            << i;
+        EXPECT_EQ((++it).getStoredBlock().handle,
+                  i >= 199 ? 0 : handles[i >= 59 && i < 100 ? 100 : i + 1])
+            << i;
     }
 }
 

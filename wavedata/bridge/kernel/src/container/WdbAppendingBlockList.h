@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <type_traits>
+#include <vector>
 
 #include "container/WdbNodeChain.h"
 
@@ -67,10 +68,14 @@ public:
         flush();
     }
 
+    /// Finds what another process appended since. Only for a list that is only read.
+    void lookAgain() { m_chain.lookAgain(); }
+
     bool isDirty() const { return m_chain.isDirty(); }
     long long getFirstNode() const { return m_chain.getFirstNode(); }
     long long getLastRecord() const { return m_lastRecord; }
     const Node& getCurrentNode() const { return m_chain.getLastNode(); }
+    const std::vector<long long>& getNodes() const { return m_chain.getNodes(); }
 
     /// Walks the stored nodes; call settle() before where the newest entries matter.
     Walker walk() const { return Walker(*m_pStore, getFirstNode()); }

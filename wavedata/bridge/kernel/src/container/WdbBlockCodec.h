@@ -30,8 +30,13 @@ public:
     Bytes deflate(const char* image, std::size_t size);
 
     /// Unpacks a stored block into a zero-filled image of @p capacity bytes. False, with the image
-    /// zero again, when the bytes are no whole zlib stream or hold more than the image takes.
+    /// zero again, when the bytes are no whole zlib stream or hold more than the image takes. What
+    /// lies behind the stream is not looked at.
     bool inflate(const char* stored, std::size_t size, char* image, std::size_t capacity);
+
+    /// Unpacks the first @p wanted bytes of an image, from a stored block or its beginning, and
+    /// nothing behind them: no checksum is looked at. Returns how many could be unpacked.
+    std::size_t inflateFirst(const char* stored, std::size_t size, char* image, std::size_t wanted);
 
     /// A buffer of at least @p size bytes for the stored form; lives until the next call.
     char* storedBuffer(std::size_t size);
@@ -76,5 +81,10 @@ long long storeDeflated(WdbIBlockManager& store, const char* image, std::size_t 
 /// when the store does not hold the block or it cannot be unpacked.
 bool loadInflated(const WdbIBlockManager& store, long long handle, unsigned int compressedSize,
                   char* image, std::size_t capacity);
+
+/// Reads the first @p wanted bytes of a stored block's image for a fraction of what the whole
+/// costs. They are a claim that no checksum backs. False when there are not so many.
+bool loadFirstInflated(const WdbIBlockManager& store, long long handle, unsigned int compressedSize,
+                       char* image, std::size_t wanted);
 
 }  // namespace Korvel

@@ -11,6 +11,7 @@
 // Little-endian, no alignment assumed. Unused entries are zero.
 
 #include <cstddef>
+#include <vector>
 
 #include "container/WdbIBlockManager.h"
 #include "container/WdbIHandleCheck.h"
@@ -177,7 +178,8 @@ inline void writeHandleSlot(WdbIBlockManager& store, long long slot, long long h
     store.putBlock(slot, reinterpret_cast<const char*>(&handle), sizeof(handle));
 }
 
-/// The writing end of a chain: its last node in memory, and the handle of its first.
+/// The writing end of a chain: its last node in memory, and where each of its nodes lies, so that
+/// whoever looks for one entry of many need not walk to it.
 template <typename Node>
 class WdbNodeChain {
 public:
@@ -186,13 +188,12 @@ public:
     /// Opens the chain that begins at @p firstNode and walks to its last node; 0 is an empty chain
     /// that can only be read.
     WdbNodeChain(WdbIBlockManager& store, long long firstNode) : m_pStore(&store) {
-        WdbNodeWalker<Node> walker(store, firstNode);
-        if (!walker.isAtNode()) return;
-        while (walker.next()) {
-        }
-        m_firstNode = firstNode;
-        m_lastNode = walker.handle();
-        m_last = walker.node();
+        walkOn(firstNode);
+    }
+
+    /// Finds what another process appended since. Not for a chain that is appended to here.
+    void lookAgain() {
+        if (!m_nodes.empty()) walkOn(m_nodes.back());
     }
 
     /// Stores an empty node and returns its handle.
@@ -211,36 +212,50 @@ public:
         const long long next = addNode(*m_pStore, fresh);
         flush();
         static_assert(offsetof(Node, m_next) == 0);
-        writeHandleSlot(*m_pStore, m_lastNode, next);
+        writeHandleSlot(*m_pStore, m_nodes.back(), next);
         m_last = fresh;
-        m_lastNode = next;
+        m_nodes.push_back(next);
     }
 
     /// Writes the last node when it changed: in place, or as a new block when it has no place yet.
     void flush() {
         if (!m_dirty) return;
-        if (m_lastNode != 0) {
-            m_pStore->putBlock(m_lastNode, reinterpret_cast<const char*>(&m_last), sizeof(Node));
+        if (m_nodes.empty()) {
+            m_nodes.push_back(addNode(*m_pStore, m_last));
         } else {
-            m_lastNode = m_firstNode = addNode(*m_pStore, m_last);
+            m_pStore->putBlock(m_nodes.back(), reinterpret_cast<const char*>(&m_last),
+                               sizeof(Node));
         }
         m_dirty = false;
     }
 
     bool isDirty() const { return m_dirty; }
-    long long getFirstNode() const { return m_firstNode; }
+    long long getFirstNode() const { return m_nodes.empty() ? 0 : m_nodes.front(); }
     const Node& getLastNode() const { return m_last; }
 
+    /// Handles of the stored nodes, first to last. All but the last hold as many entries as they
+    /// can unless they are damaged.
+    const std::vector<long long>& getNodes() const { return m_nodes; }
+
 private:
+    // From the last node known, or the first.
+    void walkOn(long long node) {
+        WdbNodeWalker<Node> walker(*m_pStore, node);
+        if (!walker.isAtNode()) return;
+        if (m_nodes.empty()) m_nodes.push_back(node);
+        while (walker.next())
+            m_nodes.push_back(walker.handle());
+        m_last = walker.node();
+    }
+
     static long long addNode(WdbIBlockManager& store, const Node& node) {
         return store.addBlock(reinterpret_cast<const char*>(&node), sizeof(Node));
     }
 
     WdbIBlockManager* m_pStore;
-    long long m_firstNode = 0;  // where walking starts
-    long long m_lastNode = 0;   // where m_last is stored; 0 while it never was
-    Node m_last;                // entries are appended here
-    bool m_dirty = false;       // m_last is newer than the store
+    std::vector<long long> m_nodes;  // handles; the last is where m_last is stored
+    Node m_last;                     // entries are appended here
+    bool m_dirty = false;            // m_last is newer than the store
 };
 
 }  // namespace Korvel

@@ -132,6 +132,16 @@ void WdbEventBlock::loadBlock(long long offset, unsigned int compressedSize,
     walkImage(claimedCount());
 }
 
+bool WdbEventBlock::peek(long long offset, unsigned int compressedSize,
+                         const WdbIBlockManager& store, WdbEventBlockHeader& header) {
+    char image[HeaderSize];
+    if (!loadFirstInflated(store, offset, compressedSize, image, sizeof(image))) return false;
+    std::memcpy(&header.startTime, image + StartTimeOffset, sizeof(header.startTime));
+    std::memcpy(&header.timeLength, image + TimeLengthOffset, sizeof(header.timeLength));
+    std::memcpy(&header.eventCount, image + CountOffset, sizeof(header.eventCount));
+    return true;
+}
+
 void WdbEventBlock::putBlock(long long offset, WdbIBlockManager& store) const {
     if (isEmpty()) return;
     fillHeader();

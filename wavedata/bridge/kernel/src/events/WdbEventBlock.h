@@ -13,6 +13,13 @@ namespace Korvel {
 
 struct WdbLiveEvent;
 
+/// What the first bytes of an event block claim.
+struct WdbEventBlockHeader {
+    long long startTime = 0;
+    long long timeLength = 0;
+    unsigned int eventCount = 0;
+};
+
 /// Events packed back to back into one fixed-size image, stored deflated as a whole.
 ///
 ///   offset  size  field
@@ -139,6 +146,11 @@ public:
     /// Reads a compressed block. What cannot be unpacked is an empty block, and the events end at
     /// the first that does not lie wholly inside the image. The base address stays as it is.
     void loadBlock(long long offset, unsigned int compressedSize, const WdbIBlockManager& store);
+
+    /// Reads a compressed block's header alone, without a look at the rest. False when it cannot be
+    /// unpacked.
+    static bool peek(long long offset, unsigned int compressedSize, const WdbIBlockManager& store,
+                     WdbEventBlockHeader& header);
 
     /// Overwrites a block that is stored as it is, uncompressed. Nothing happens when it is empty.
     void putBlock(long long offset, WdbIBlockManager& store) const;

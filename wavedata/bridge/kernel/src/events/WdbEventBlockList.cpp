@@ -43,26 +43,70 @@ long long latestStoredTime(const WdbEventBlockList& list, const WdbIBlockManager
 }
 
 WdbEventBlockListIterator::WdbEventBlockListIterator(const WdbIBlockManager& store,
-                                                     long long firstNode, long long baseAddress)
-    : m_pStore(&store), m_baseAddress(baseAddress), m_walker(store, firstNode) {}
+                                                     const WdbEventBlockList& list,
+                                                     long long baseAddress)
+    : m_pStore(&store),
+      m_baseAddress(baseAddress),
+      m_nodes(list.getNodes()),
+      m_lastNode(list.getCurrentNode()) {
+    openNode(0);
+}
 
 bool WdbEventBlockListIterator::isEof() const {
-    return m_index >= entryCount() && !m_walker.hasNext();
+    return isAtLastNode() && m_index >= node().m_count;
 }
 
 WdbEventBlockListIterator& WdbEventBlockListIterator::operator++() {
-    if (m_index < entryCount()) ++m_index;
-    if (m_index >= entryCount() && m_walker.next()) m_index = 0;
+    if (m_index < node().m_count) ++m_index;
+    if (m_index >= node().m_count && !isAtLastNode()) {
+        openNode(m_nodeIndex + 1);
+        m_index = 0;
+    }
     return *this;
 }
 
 void WdbEventBlockListIterator::getEventBlock(WdbEventBlock& block) const {
+    loadStoredBlock(getStoredBlock(), block);
+}
+
+WdbStoredBlock WdbEventBlockListIterator::getStoredBlock() const {
+    if (m_index >= node().m_count) return {};
+    const Node::Entry entry = node().entry(m_index);
+    return {entry.handle, entry.size};
+}
+
+void WdbEventBlockListIterator::loadStoredBlock(const WdbStoredBlock& stored,
+                                                WdbEventBlock& block) const {
     block.setBaseAddress(m_baseAddress);
-    if (m_index < entryCount()) {
-        const WdbEventBlockList::Node::Entry entry = m_walker.node().entry(m_index);
-        block.loadBlock(entry.handle, entry.size, *m_pStore);
-    } else {
-        block.loadBlock(0, 0, *m_pStore);
+    block.loadBlock(stored.handle, stored.size, *m_pStore);
+}
+
+bool WdbEventBlockListIterator::peekStoredBlock(const WdbStoredBlock& stored,
+                                                WdbEventBlockHeader& header) const {
+    return WdbEventBlock::peek(stored.handle, stored.size, *m_pStore, header);
+}
+
+std::size_t WdbEventBlockListIterator::getBlockCount() const {
+    if (m_nodes.empty()) return 0;
+    return (m_nodes.size() - 1) * Node::Capacity + m_lastNode.m_count;
+}
+
+void WdbEventBlockListIterator::moveTo(std::size_t index) {
+    const std::size_t position = std::min(index, getBlockCount());
+    const std::size_t last = m_nodes.empty() ? 0 : m_nodes.size() - 1;
+    // The end behind a full last node is still in that node.
+    openNode(std::min(position / Node::Capacity, last));
+    m_index = static_cast<unsigned int>(position - m_nodeIndex * Node::Capacity);
+}
+
+void WdbEventBlockListIterator::openNode(std::size_t nodeIndex) {
+    m_nodeIndex = nodeIndex;
+    if (isAtLastNode() || m_loadedNode == nodeIndex) return;
+    m_loadedNode = nodeIndex;
+    m_node = Node();
+    // The file may have become shorter since the handle was met.
+    if (mayFollowHandle(*m_pStore, m_nodes[nodeIndex], sizeof(Node))) {
+        readNode(*m_pStore, m_nodes[nodeIndex], m_node);
     }
 }
 

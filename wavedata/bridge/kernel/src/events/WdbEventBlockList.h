@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <vector>
+
 #include "container/WdbAppendingBlockList.h"
 #include "events/WdbEventBlock.h"
 #include "events/WdbEventDatabaseHeader.h"
@@ -37,9 +40,9 @@ long long latestStoredTime(const WdbEventBlockList& list, const WdbIBlockManager
 /// Goes through the blocks of a list as they were stored when the iterator was made.
 class WdbEventBlockListIterator : public WdbIEventBlockIterator {
 public:
-    /// @param firstNode    Of the list; 0 for an empty one.
+    /// @param list         Flushed; need not outlive the iterator.
     /// @param baseAddress  What the addresses of the list's blocks count from.
-    WdbEventBlockListIterator(const WdbIBlockManager& store, long long firstNode,
+    WdbEventBlockListIterator(const WdbIBlockManager& store, const WdbEventBlockList& list,
                               long long baseAddress);
 
     bool isEof() const override;
@@ -49,13 +52,31 @@ public:
     /// Leaves @p block empty at the end.
     void getEventBlock(WdbEventBlock& block) const override;
 
+    WdbStoredBlock getStoredBlock() const override;
+    void loadStoredBlock(const WdbStoredBlock& stored, WdbEventBlock& block) const override;
+
+    bool peekStoredBlock(const WdbStoredBlock& stored, WdbEventBlockHeader& header) const override;
+
+    /// A damaged node counts as a full one; what it lacks has a place, but no block.
+    std::size_t getBlockCount() const override;
+    void moveTo(std::size_t index) override;
+
 private:
-    unsigned int entryCount() const { return m_walker.isAtNode() ? m_walker.node().m_count : 0; }
+    using Node = WdbEventBlockList::Node;
+    static constexpr std::size_t NoNode = ~std::size_t{0};
+
+    bool isAtLastNode() const { return m_nodeIndex + 1 >= m_nodes.size(); }
+    const Node& node() const { return isAtLastNode() ? m_lastNode : m_node; }
+    void openNode(std::size_t nodeIndex);
 
     const WdbIBlockManager* m_pStore;
     long long m_baseAddress;
-    WdbEventBlockList::Walker m_walker;  // holds a copy of the node that is being read
-    unsigned int m_index = 0;            // of the current entry in it
+    std::vector<long long> m_nodes;     // handles
+    Node m_lastNode;                    // a copy: its writer may go on with the stored one
+    Node m_node;                        // a copy of another node, read when it was moved to
+    std::size_t m_loadedNode = NoNode;  // which one
+    std::size_t m_nodeIndex = 0;        // the node that the current entry is in
+    unsigned int m_index = 0;           // of the current entry in it
 };
 
 }  // namespace Korvel

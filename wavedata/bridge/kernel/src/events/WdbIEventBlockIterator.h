@@ -1,10 +1,20 @@
 #pragma once
 
+#include <cstddef>
+
 namespace Korvel {
 
 class WdbEventBlock;
+struct WdbEventBlockHeader;
 
-/// Goes through the stored blocks of one list or tree, first to last.
+/// Where a stored block lies.
+struct WdbStoredBlock {
+    long long handle = 0;   // 0: there is no block
+    unsigned int size = 0;  // bytes as stored
+};
+
+/// Goes through the stored blocks of one list or tree, first to last, or to any of them. The blocks
+/// of a bucket are in the order of their times.
 class WdbIEventBlockIterator {
 public:
     virtual ~WdbIEventBlockIterator() = default;
@@ -15,6 +25,25 @@ public:
 
     /// Loads the current block, and sets the base address that its addresses count from.
     virtual void getEventBlock(WdbEventBlock& block) const = 0;
+
+    /// The current block; none at the end, and none where the list is damaged.
+    virtual WdbStoredBlock getStoredBlock() const = 0;
+
+    /// getEventBlock() for a block met earlier. Any thread may call it, also while another moves
+    /// the iterator.
+    virtual void loadStoredBlock(const WdbStoredBlock& stored, WdbEventBlock& block) const = 0;
+
+    /// Reads what a block met earlier claims about its events, without unpacking it whole. False
+    /// when it cannot be read. Any thread may call it.
+    virtual bool peekStoredBlock(const WdbStoredBlock& stored,
+                                 WdbEventBlockHeader& header) const = 0;
+
+    /// Number of blocks when the iterator was made.
+    virtual std::size_t getBlockCount() const = 0;
+
+    /// Moves to a block by its place in the order of times, counted from 0; to the end when there
+    /// is none.
+    virtual void moveTo(std::size_t index) = 0;
 };
 
 }  // namespace Korvel

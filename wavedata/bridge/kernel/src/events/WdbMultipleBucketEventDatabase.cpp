@@ -9,7 +9,7 @@
 #include <boost/make_shared.hpp>
 
 #include "container/WdbFileManager.h"
-#include "indexes/WdbScalarBTree.h"
+#include "korvel/WdbScalarBTree.h"
 
 namespace Korvel {
 
@@ -225,8 +225,8 @@ WdbIEventBlockDatabase::IteratorPtr WdbMultipleBucketEventDatabase::makeIterator
     if (list == nullptr) return {};
     closeBlock(bucket);
     list->flush();
-    return boost::make_shared<Iterator>(m_section.store(), list->getFirstNode(),
-                                        baseAddressOf(bucket));
+    if (!m_section.isWritable()) list->lookAgain();
+    return boost::make_shared<Iterator>(m_section.store(), *list, baseAddressOf(bucket));
 }
 
 }  // namespace Korvel

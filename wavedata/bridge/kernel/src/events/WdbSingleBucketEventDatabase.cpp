@@ -84,7 +84,8 @@ void WdbSingleBucketEventDatabase::checkpoint() {
 
 WdbIEventBlockDatabase::IteratorPtr WdbSingleBucketEventDatabase::makeIterator() const {
     m_list->settle();
-    return boost::make_shared<Iterator>(m_section.store(), m_list->getFirstNode(), BaseAddress);
+    if (!m_section.isWritable()) m_list->lookAgain();
+    return boost::make_shared<Iterator>(m_section.store(), *m_list, BaseAddress);
 }
 
 }  // namespace Korvel

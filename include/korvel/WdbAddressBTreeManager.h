@@ -1,0 +1,98 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <boost/thread/mutex.hpp>
+#include <boost/thread/recursive_mutex.hpp>
+
+#include "korvel/WdbScalarBTree.h"
+
+namespace Korvel {
+
+class BTreeEventDispatcher;
+class WdbIEventBlockDatabase;
+struct WdbLiveEvent;
+
+/// Names a scalar: a byte, or a bit of the Verilog word pair that begins at an address. Bits from
+/// 32 on lie in the pairs that follow.
+struct WdbScalar {
+    long long address = 0;
+    int bit = WdbScalarBTree::WholeByte;
+};
+
+/// Owns the drawing indexes of a reader: makes them on first request by scanning the recording, and
+/// keeps them up to date while it grows.
+///
+/// Threads: any may call. The mutex guards the trees that were handed out; it may be taken again by
+/// the thread that holds it. A scan runs on a pool of threads, one a hardware thread, and does not
+/// hold the mutex, so that drawing goes on while further indexes are made.
+class __attribute__((visibility("default"))) WdbAddressBTreeManager {
+public:
+    /// Told how far a scan is, from 0 to 1, never twice at the same time; false cancels the scan.
+    using Progress = std::function<bool(double fraction)>;
+
+    WdbAddressBTreeManager();
+    ~WdbAddressBTreeManager();
+    WdbAddressBTreeManager(const WdbAddressBTreeManager&) = delete;
+    WdbAddressBTreeManager& operator=(const WdbAddressBTreeManager&) = delete;
+
+    boost::recursive_mutex& getMutex() const;
+
+    /// The indexes of @p scalars, in their order; a scalar that was asked for before gets the same
+    /// tree again. The trees live until reset() or the manager's end.
+    ///
+    /// Those that do not exist yet are filled by one scan of the blocks that may hold them. Empty
+    /// when the scan was cancelled; nothing is kept of it then. Without an event database all new
+    /// trees are empty. Where the environment has WAVEDATA_RESCAN, an empty tree is filled again.
+    /// Throws Veld::OpenException when the temporary file cannot take the indexes.
+    std::vector<WdbScalarBTree*> getBTrees(const std::vector<WdbScalar>& scalars,
+                                           const Progress& progress = {});
+
+    /// The values at @p time, found in the event blocks around it, without indexes.
+    /// @param[out] values  One a scalar: type 1, or 0 for one that has not changed up to then.
+    void getValues(long long time, const std::vector<WdbScalar>& scalars,
+                   std::vector<WdbByteValue>& values);
+
+    /// Time of the first change of any of @p scalars after @p time, found in the event blocks from
+    /// there on, without indexes; -1 when there is none.
+    long long getNextChange(long long time, const std::vector<WdbScalar>& scalars);
+
+    bool hasAtLeastOneBtree() const;
+
+    /// Gives an event to the trees that it concerns, at once or with flushEvents(). False while no
+    /// tree is concerned.
+    bool addEventDirect(const WdbLiveEvent* event);
+    bool addEventBuffered(const WdbLiveEvent* event);
+    void flushEvents();
+
+    /// The recording is complete up to @p time: whoever listens to changes is told those before.
+    void markTime(long long time);
+
+    /// Whom to register with for changes as they are recorded. Lives as long as the manager.
+    BTreeEventDispatcher& getEventDispatcher();
+
+    /// Creates the file that holds the indexes from now on; without one they stay in memory.
+    /// Throws Veld::OpenException.
+    void createDrawingBTreeFile(const std::string& path);
+
+    /// Forgets all trees: the recording begins anew. The trees handed out are gone.
+    void reset();
+
+    /// What is scanned; not owned, may be null.
+    /// @param writeLock  Held during a scan. Whoever records meanwhile holds it while an event is
+    ///                   added here and written to the database, so that new trees see it once.
+    ///                   Null for a database that does not change.
+    void setEventDatabase(WdbIEventBlockDatabase* database, boost::mutex* writeLock = nullptr);
+
+    /// Bytes that the pages of all indexes take.
+    unsigned long long getIndexSize() const;
+
+private:
+    class __attribute__((visibility("hidden"))) Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace Korvel

@@ -1,0 +1,254 @@
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "drawing/WdbIndexScan.h"
+#include "events/WdbLiveEvent.h"
+#include "korvel/WdbAddressBTreeManager.h"
+#include "tests/support/EventFile.h"
+#include "tests/support/OpenFailure.h"
+
+#include <sys/resource.h>
+#include <csignal>
+
+namespace Korvel {
+namespace {
+
+struct Record {
+    long long time;
+    unsigned int value;
+    bool operator==(const Record&) const = default;
+    friend std::ostream& operator<<(std::ostream& out, const Record& record) {
+        return out << record.time << '=' << record.value;
+    }
+};
+using Records = std::vector<Record>;
+
+// Events of a small design whose data space crosses the end of a bucket in the middle of a word
+// pair, and what each scalar of it really did.
+class Design {
+public:
+    static constexpr long long Size = 2048 + 64;
+    struct Event {
+        long long time;
+        long long address;
+        std::string values;
+    };
+
+    Design(unsigned int seed, unsigned int events) : m_bytes(Size, '\0') {
+        std::mt19937 random(seed);
+        long long time = 0;
+        for (unsigned int i = 0; i < events; ++i) {
+            time += random() % 3 == 0 ? random() % 50 : 0;
+            const long long address = 2040 + random() % 40;
+            std::string values(random() % 4 == 0 ? 1 + random() % 20 : 8, '\0');
+            for (char& value : values)
+                value = static_cast<char>(random() % 5 == 0 ? random() : 0);
+            m_events.push_back({time, address, values});
+        }
+    }
+
+    const std::vector<Event>& events() const { return m_events; }
+
+    std::vector<WdbScalar> scalars() const {
+        std::vector<WdbScalar> all;
+        for (const long long address : {3LL, 2040LL, 2047LL, 2048LL, 2063LL})
+            all.push_back({address});
+        // Three pairs, one of them across the border, and a bit counted from the first of them.
+        for (const long long address : {2040LL, 2044LL, 2056LL}) {
+            for (const int bit : {0, 7, 31, 33})
+                all.push_back({address, bit});
+        }
+        return all;
+    }
+
+    Records recordsOf(WdbScalar scalar) const {
+        if (scalar.bit > 31) scalar = {scalar.address + 8, scalar.bit - 32};
+        std::string bytes = m_bytes;
+        std::map<long long, unsigned int> atEnd;  // of each time at which a byte of it was written
+        for (const Event& event : m_events) {
+            bytes.replace(static_cast<std::size_t>(event.address), event.values.size(),
+                          event.values);
+            const long long last = scalar.address + (scalar.bit < 0 ? 0 : 7);
+            const long long end = event.address + static_cast<long long>(event.values.size());
+            if (event.address <= last && scalar.address < end)
+                atEnd[event.time] = valueIn(bytes, scalar);
+        }
+        Records records;
+        for (const auto& [time, value] : atEnd) {
+            if (records.empty() || records.back().value != value) records.push_back({time, value});
+        }
+        return records;
+    }
+
+private:
+    static unsigned int valueIn(const std::string& bytes, WdbScalar scalar) {
+        const auto at = [&](long long address) {
+            return static_cast<unsigned char>(bytes[static_cast<std::size_t>(address)]);
+        };
+        if (scalar.bit < 0) return at(scalar.address);
+        const long long byte = scalar.address + scalar.bit / 8;
+        return (at(byte) >> scalar.bit % 8 & 1U) | (at(byte + 4) >> scalar.bit % 8 & 1U) << 1;
+    }
+
+    std::vector<Event> m_events;
+    std::string m_bytes;
+};
+
+Records recordsIn(const WdbScalarBTree& tree) {
+    Records records;
+    const std::unique_ptr<WdbScalarBTree::Iterator> it(
+        tree.find(0, 0, 0, WdbScalarBTree::NoEndTime));
+    for (; *it; ++*it)
+        records.push_back({it->getTime(), (**it).value});
+    return records;
+}
+
+void expectAll(const Design& design, const std::vector<WdbScalarBTree*>& trees) {
+    const std::vector<WdbScalar> scalars = design.scalars();
+    ASSERT_EQ(trees.size(), scalars.size());
+    for (std::size_t i = 0; i < scalars.size(); ++i) {
+        EXPECT_EQ(recordsIn(*trees[i]), design.recordsOf(scalars[i]))
+            << scalars[i].address << " bit " << scalars[i].bit;
+    }
+}
+
+class TreeManager : public ::testing::TestWithParam<int> {
+protected:
+    void write(const Design::Event& event) { file.write(event.time, event.address, event.values); }
+    void tell(const Design::Event& event, bool isDirect) {
+        std::unique_ptr<WdbLiveEvent> live(
+            static_cast<WdbLiveEvent*>(WdbLiveEvent::operator new(event.values.size())));
+        std::string values = event.values;
+        live->m_valueLength = static_cast<unsigned int>(values.size());
+        live->setFields(event.time, event.address, reinterpret_cast<unsigned char*>(values.data()));
+        isDirect ? manager.addEventDirect(live.get()) : manager.addEventBuffered(live.get());
+    }
+
+    EventFile file{GetParam(), Design::Size};
+    WdbAddressBTreeManager manager;
+};
+
+// However many threads there are, and wherever a recording is cut into blocks.
+TEST_P(TreeManager, fillsTreesByScanning) {
+    const Design design(1, 30'000);
+    for (const Design::Event& event : design.events())
+        write(event);
+    file.open();
+    manager.setEventDatabase(file.database.get());
+    const std::vector<WdbScalarBTree*> trees = manager.getBTrees(design.scalars());
+    expectAll(design, trees);
+    EXPECT_EQ(manager.getBTrees(design.scalars()), trees);
+
+    for (const unsigned int threads : {1U, 2U, 7U}) {
+        std::vector<std::unique_ptr<WdbScalarBTree>> own;
+        std::vector<WdbScalarBTree*> toFill;
+        for (const WdbScalar& scalar : design.scalars()) {
+            if (scalar.address / 2048 != (scalar.address + 7) / 2048 || scalar.bit > 31) continue;
+            own.push_back(std::make_unique<WdbScalarBTree>(scalar.address, scalar.bit));
+            toFill.push_back(own.back().get());
+        }
+        std::vector<WdbIndexScan::IteratorPtr> iterators;
+        std::vector<std::vector<WdbScalarBTree*>> groups;
+        file.database->getEventBlockDatabaseIterator(toFill, iterators, groups);
+        std::deque<WdbScalarCells> cells;
+        WdbIndexScan scan(WdbEventDatabaseHeader::EventBlockSize);
+        for (std::size_t i = 0; i < iterators.size(); ++i)
+            scan.add({iterators[i]}, cells.emplace_back(groups[i]));
+        EXPECT_TRUE(scan.run(threads, {}));
+        for (const WdbScalarBTree* tree : toFill) {
+            EXPECT_EQ(recordsIn(*tree), design.recordsOf({tree->getAddress(), tree->getBit()}))
+                << threads << " threads, " << tree->getAddress() << " bit " << tree->getBit();
+        }
+    }
+}
+
+// Trees that are made while events arrive see each of them once, whether it was in the recording,
+// in the buffer, or in both.
+TEST_P(TreeManager, followsEventsFromAnyMomentOn) {
+    const Design design(2, 4'000);
+    manager.setEventDatabase(file.database.get());
+    const std::vector<WdbScalar> scalars = design.scalars();
+    std::vector<WdbScalar> wanted;
+    for (std::size_t i = 0; i < design.events().size(); ++i) {
+        if (i % 250 == 0 && wanted.size() < scalars.size()) {
+            wanted.push_back(scalars[wanted.size()]);
+            manager.getBTrees(wanted);
+        }
+        const Design::Event& event = design.events()[i];
+        tell(event, /*isDirect=*/i > 3'500);
+        write(event);
+        if (i % 97 == 0 || i >= 3'500) manager.flushEvents();
+    }
+    manager.flushEvents();
+    expectAll(design, manager.getBTrees(scalars));
+    manager.reset();
+    EXPECT_FALSE(manager.hasAtLeastOneBtree());
+    expectAll(design, manager.getBTrees(scalars));
+}
+
+TEST_P(TreeManager, keepsNothingOfACancelledScan) {
+    const Design design(3, 500);
+    for (const Design::Event& event : design.events())
+        write(event);
+    manager.setEventDatabase(file.database.get());
+    EXPECT_TRUE(manager.getBTrees(design.scalars(), [](double) { return false; }).empty());
+    EXPECT_FALSE(manager.hasAtLeastOneBtree());
+    expectAll(design, manager.getBTrees(design.scalars(), [](double) { return true; }));
+}
+
+TEST_P(TreeManager, scansAnEmptyTreeAgainOnlyWhenAskedTo) {
+    manager.setEventDatabase(file.database.get());
+    WdbScalarBTree* tree = manager.getBTrees({{5}}).front();
+    file.write(7, 5, "a");
+    EXPECT_EQ(manager.getBTrees({{5}}).front(), tree);
+    EXPECT_TRUE(tree->isEmpty());
+    ::setenv("WAVEDATA_RESCAN", "", 1);
+    EXPECT_EQ(manager.getBTrees({{5}}).front(), tree);
+    ::unsetenv("WAVEDATA_RESCAN");
+    EXPECT_EQ(recordsIn(*tree), (Records{{7, 'a'}}));
+    tell({8, 5, "b"}, /*isDirect=*/true);
+    EXPECT_EQ(recordsIn(*tree), (Records{{7, 'a'}, {8, 'b'}}));
+}
+
+// Where the disk is full a wrong picture would be worse than none.
+TEST_P(TreeManager, refusesTreesThatTheDiskCannotTake) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("index");
+    for (int i = 0; i < 20'000; ++i)
+        file.write(i, 5, i % 2 == 0 ? "a" : "b");
+    file.open();
+    manager.setEventDatabase(file.database.get());
+    manager.createDrawingBTreeFile(path);
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    ::signal(SIGXFSZ, SIG_IGN);
+    const rlimit full = {4096, before.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &full);
+    const std::string failure = openFailureOf([&] { manager.getBTrees({{5}}); });
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(failure,
+              "Tarn|wavedata/bridge/kernel/src/WdbIndexPages|Cannot write temporary "
+              "waveform data file " +
+                  path + " for the following reason: File too large");
+    EXPECT_EQ(manager.getBTrees({{5}}).front()->getRecordCount(), 20'000);
+    EXPECT_EQ(openFailureOf([&] { manager.createDrawingBTreeFile(directory.file("no/index")); }),
+              "Tarn|wavedata/bridge/kernel/src/WdbAddressBTreeManager|Cannot create temporary "
+              "waveform data file " +
+                  directory.file("no/index") +
+                  " for the following reason: No such file or directory");
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, TreeManager, ::testing::Values(SingleBucket, MultipleBucket),
+                         [](const auto& row) { return "type" + std::to_string(row.param); });
+
+}  // namespace
+}  // namespace Korvel

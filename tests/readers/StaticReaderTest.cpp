@@ -1,0 +1,200 @@
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "container/WdbStringMapDatabase.h"
+#include "korvel/WdbEventReaderFactory.h"
+#include "readers/WdbDrawingFile.h"
+#include "readers/WdbStaticReader.h"
+#include "tests/support/EventFile.h"
+#include "tests/support/FileBytes.h"
+#include "tests/support/OpenFailure.h"
+
+namespace Korvel {
+namespace {
+
+namespace fs = std::filesystem;
+
+const char NoDatabase[] =
+    "Tarn|wavedata/bridge/kernel/src/WdbStaticReader|The wdb file does not contain event database.";
+
+class StaticReader : public ::testing::Test {
+protected:
+    void open() { reader.createReader("ignored", file.path, 7, directory.file("")); }
+
+    TemporaryDirectory directory;  // of the drawing index
+    EventFile file{MultipleBucket, 5000};
+    WdbStaticReader reader;
+};
+
+TEST_F(StaticReader, answersFromARecording) {
+    const WdbStaticReader closed;
+    EXPECT_EQ(closed.getLatestTime(), 0);
+    EXPECT_EQ(closed.getStringMapValue(1), "");
+    EXPECT_FALSE(closed.isObjectTraced(1));
+
+    file.write(5, 10, "a");
+    file.write(9, 4097, "z");
+    file.database->setLatestTime(20);
+    file.manager.embedDataInNewSection("Pellon Proto", 1,
+                                       reinterpret_cast<const unsigned char*>("no zero"), 4);
+    file.close();
+    open();
+    EXPECT_EQ(reader.getLatestTime(), 20);
+    EXPECT_TRUE(reader.isWDBVersionMatched());
+    EXPECT_TRUE(reader.isObjectTraced(123));
+    EXPECT_EQ(reader.getProtoSettings(), "no z");
+    long long size = 0;
+    EXPECT_EQ(reader.getRtti(&size), nullptr);
+    EXPECT_EQ(reader.getDbgHeader(8), nullptr);
+    EXPECT_EQ(reader.getStringMapValue(1), "");
+    EXPECT_FALSE(reader.hasMoreData());
+    boost::unique_lock<boost::mutex> lock(reader.getTimeMarkMutex());
+    reader.markTime(lock);
+
+    const auto trees = reader.getBTreeManager().getBTrees({{10}, {4097}, {11}});
+    WdbTimeByteValues out;
+    reader.getValueEvent(9, trees, out);
+    EXPECT_EQ(out.time, 9);
+    EXPECT_EQ(out.values[0].value, 'a');
+    EXPECT_EQ(out.values[1].value, 'z');
+    EXPECT_EQ(out.values[2].type, WdbByteValue::NoValue);
+}
+
+TEST_F(StaticReader, loadsTheObjectsThatAreTraced) {
+    const long long intervals[] = {1, 4, 10, 10, 3, 6, 9, 8};  // the last two are refused
+    file.database->setAddressMapFileOffsetAndSize(
+        file.manager.getBlockManager().addBlock(reinterpret_cast<const char*>(intervals),
+                                                sizeof(intervals)),
+        4);
+    file.close();
+    open();
+    std::string traced;
+    for (unsigned int id = 0; id < 12; ++id)
+        traced += reader.isObjectTraced(id) ? 'x' : '.';
+    EXPECT_EQ(traced, ".xxxx.....x.");
+    for (const unsigned int id : {5U, 7U, 6U, 6U})
+        reader.setObjectTraced(id, 0, 0);
+    EXPECT_TRUE(reader.isObjectTraced(7));
+    EXPECT_FALSE(reader.isObjectTraced(8));
+}
+
+TEST(TracedObjects, joinWhereTheyTouch) {
+    WdbTracedObjects objects;
+    for (const long long id : {5, 7, 6, 20, 19, 21})
+        EXPECT_TRUE(objects.add(id));
+    EXPECT_FALSE(objects.add(6));
+    EXPECT_EQ(objects.getIntervals(), (std::map<long long, long long>{{7, 5}, {21, 19}}));
+}
+
+TEST_F(StaticReader, looksUpStringsAlsoBeyondItsCache) {
+    auto* strings = new WdbStringMapDatabase(file.manager, 0);
+    strings->initialize(strings->createStringMapSection(0, file.manager, true), true);
+    for (int i = 1; i <= 1500; ++i)
+        strings->addString("text " + std::to_string(i));
+    delete strings;
+    file.close();
+    open();
+    for (int round = 0; round < 2; ++round) {
+        for (const int id : {1, 2, 1500, 1})
+            EXPECT_EQ(reader.getStringMapValue(id), "text " + std::to_string(id));
+        for (int id = 1; id <= 1400; ++id)
+            ASSERT_EQ(reader.getStringMapValue(id), "text " + std::to_string(id));
+    }
+    for (const long long id : {0LL, -1LL, 1501LL, (1LL << 32) + 1})
+        EXPECT_EQ(reader.getStringMapValue(id), "") << id;
+}
+
+TEST_F(StaticReader, refusesWhatHoldsNoEvents) {
+    const TemporaryDirectory elsewhere;
+    WdbFileManager empty;
+    empty.create(elsewhere.file("empty.wdb"));
+    empty.close();
+    const auto failureOf = [&](const std::string& path) {
+        return openFailureOf([&] { WdbStaticReader().createReader("", path, 0, ""); });
+    };
+    EXPECT_EQ(failureOf(elsewhere.file("empty.wdb")), NoDatabase);
+    file.close();
+    damage<int>(file.path, static_cast<std::size_t>(file.header()) + 8, 999);
+    EXPECT_EQ(failureOf(file.path), NoDatabase);
+    damage<int>(file.path, static_cast<std::size_t>(file.header()) + 8, MultipleBucket);
+    damage<long long>(file.path, static_cast<std::size_t>(file.header()) + 48, 1LL << 60);
+    damage<long long>(file.path, static_cast<std::size_t>(file.header()) + 56, 100);
+    EXPECT_EQ(failureOf(file.path),
+              "Tarn|wavedata/bridge/kernel/src/WdbStaticReader|The wdb file "
+              "does not hold its list of traced objects.");
+    for (const char* name : {"missing.wdb", "", "."})
+        EXPECT_NE(failureOf(elsewhere.file(name)), "") << name;
+    EXPECT_TRUE(fs::is_empty(directory.file("")));
+}
+
+TEST_F(StaticReader, keepsItsDrawingFileAsLongAsItLives) {
+    file.close();
+    writeFile(directory.file("a_2147483646_5.pelwvdat"), "of a process that is gone");
+    const std::string foreign[] = {"a_2147483646_5.txt", "2147483646_5.pelwvdat", "a_x_5.pelwvdat",
+                                   "a_" + std::to_string(::getpid()) + "_5.pelwvdat"};
+    for (const std::string& name : foreign)
+        writeFile(directory.file(name), "not ours to remove");
+    {
+        WdbStaticReader first;
+        WdbStaticReader second;
+        for (WdbStaticReader* one : {&first, &second})
+            one->createReader("", file.path, 7, directory.file(""));
+        EXPECT_NE(first.getDrawingBTreeFilePath(), second.getDrawingBTreeFilePath());
+        for (const WdbStaticReader* one : {&first, &second}) {
+            EXPECT_TRUE(fs::exists(one->getDrawingBTreeFilePath()));
+            EXPECT_EQ(fs::path(one->getDrawingBTreeFilePath()).filename().string().substr(0, 2),
+                      "a_");
+        }
+    }
+    for (const std::string& name : foreign)
+        EXPECT_TRUE(fs::exists(directory.file(name))) << name;
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory.file("")), {}), 4);
+}
+
+TEST(DrawingFile, isNamedAfterTheRecordingAndItsProcess) {
+    EXPECT_EQ(drawingFileName("/x.y/run.a.wdb", 0, 12, 34), "run.a_12_34.pelwvdat");
+    EXPECT_EQ(drawingFileName(std::string(40, 'n') + ".wdb", 3, 12, 4294967295U),
+              std::string(30, 'n') + "_3_12_4294967295.pelwvdat");
+    const TemporaryDirectory directory;
+    EXPECT_EQ(drawingFileDirectory(directory.file("")), directory.file(""));
+    const char* before = std::getenv("TMPDIR");
+    const std::string saved = before != nullptr ? before : "";
+    ::setenv("TMPDIR", directory.file("").c_str(), 1);
+    EXPECT_EQ(drawingFileDirectory(directory.file("none")), directory.file(""));
+    ::setenv("TMPDIR", directory.file("none").c_str(), 1);
+    EXPECT_EQ(drawingFileDirectory(""), ".");
+    before != nullptr ? ::setenv("TMPDIR", saved.c_str(), 1) : ::unsetenv("TMPDIR");
+}
+
+// One damaged list takes nothing from the other buckets.
+TEST_F(StaticReader, answersFromTheBucketsThatAreSound) {
+    for (int i = 0; i < 3000; ++i) {
+        file.write(i, 10, i % 2 == 0 ? "a" : "b");
+        file.write(i, 4097, i % 2 == 0 ? "a" : "b");
+    }
+    file.close();
+    const std::string bytes = readFile(file.path);
+    const auto firstNode = fieldAt<long long>(bytes, EventFile::Table);
+    damage<long long>(file.path, static_cast<std::size_t>(firstNode) + 8, 3);
+    open();
+    const auto trees = reader.getBTreeManager().getBTrees({{10}, {4097}});
+    EXPECT_LT(trees[0]->getRecordCount(), 3000);
+    EXPECT_EQ(trees[1]->getRecordCount(), 3000);
+}
+
+TEST(ReaderFactory, knowsItsTypes) {
+    auto& factory = WdbEventReaderFactory::getInstance();
+    const std::unique_ptr<WdbIEventReader> reader(
+        factory.create(WdbEventReaderFactory::STATIC_READER));
+    EXPECT_NE(dynamic_cast<WdbStaticReader*>(reader.get()), nullptr);
+    EXPECT_EQ(factory.create(static_cast<WdbEventReaderFactory::ReaderType>(2)), nullptr);
+}
+
+}  // namespace
+}  // namespace Korvel
