@@ -374,17 +374,17 @@ TEST(EventBlock, readsWhatIsSoundInADamagedImage) {
     }
 }
 
-// Unpacking copies in steps of several bytes; what such a step leaves behind a short stream would
-// be taken for events.
+// Unpacking copies in steps of several bytes while there is much to come; what such a step leaves
+// behind a short stream would be taken for events.
 TEST(EventBlock, isZeroBehindAShortImage) {
     OwningMemoryStore store;
     for (std::size_t length = 1; length < 400; ++length) {
         const std::string image = std::string(length, 'x') + "xyz" + std::string(length % 7, 'x');
-        const std::string stored = compressed(image);
-        WdbEventBlock block(500, 0);
+        const std::string stored = compressed(image) + std::string(100, 'g');
+        WdbEventBlock block(1000, 0);
         block.loadBlock(store.addBlock(stored.data(), stored.size()),
                         static_cast<unsigned int>(stored.size()), store);
-        ASSERT_EQ(imageOf(block), image + std::string(500 - image.size(), '\0')) << length;
+        ASSERT_EQ(imageOf(block), image + std::string(1000 - image.size(), '\0')) << length;
     }
 }
 

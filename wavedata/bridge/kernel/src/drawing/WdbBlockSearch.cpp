@@ -4,7 +4,6 @@
 #include <cmath>
 #include <future>
 #include <optional>
-#include <tuple>
 #include <utility>
 
 #include <boost/asio/post.hpp>
@@ -329,14 +328,13 @@ public:
           m_nextBlock(std::max<std::size_t>(bucket.getBlocksUpToTime(), 1) - 1),
           m_reached(time) {}
 
-    // The one to go on with; null when all are at their end. Of equal times, one up to which a
-    // bucket was merely read comes first: changes of that time may still be unread.
+    // The one to go on with; null when all are at their end.
     static Stream* earliest(std::vector<Stream>& streams) {
-        const auto it = std::min_element(
-            streams.begin(), streams.end(), [](const Stream& one, const Stream& other) {
-                return std::make_tuple(one.isAtEnd(), one.time(), one.hasChange()) <
-                       std::make_tuple(other.isAtEnd(), other.time(), other.hasChange());
-            });
+        const auto it = std::min_element(streams.begin(), streams.end(),
+                                         [](const Stream& one, const Stream& other) {
+                                             return std::make_pair(one.isAtEnd(), one.time()) <
+                                                    std::make_pair(other.isAtEnd(), other.time());
+                                         });
         return it == streams.end() || it->isAtEnd() ? nullptr : &*it;
     }
 
