@@ -1,0 +1,71 @@
+#pragma once
+
+#include "description/DesignDescription.h"
+#include "description/ValueText.h"
+#include "inspect/TimeText.h"
+#include "korvel/WdbAddressBTreeManager.h"
+#include "korvel/WdbIEventReader.h"
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Korvel {
+
+/// A finished recording as a viewer sees it: through the reader that the library exports.
+class ViewedRecording {
+public:
+    /// Throws ToolError when the file cannot be opened. Says so in one line on standard error where
+    /// the design is not described, because objects have no names then.
+    explicit ViewedRecording(const std::string& file);
+
+    const std::string& file() const { return m_file; }
+    WdbIEventReader& reader() const { return *m_reader; }
+
+    /// Null when the recording has none that can be read.
+    const DesignDescription* description() const {
+        return m_description ? &*m_description : nullptr;
+    }
+    /// Nothing where the design is not described.
+    std::optional<TimeUnit> timeUnit() const;
+    long long latestTime() const { return m_reader->getLatestTime(); }
+
+    /// The texts that values of strings refer to.
+    StringLookup strings() const;
+
+    /// A time as the command line gives it: "120ns", or a plain number of units. Times beyond 64
+    /// bits become the largest. Throws ToolError for anything else, negative times included.
+    ParsedTime parseTime(const std::string& text) const;
+    std::string formatTime(long long time) const { return Korvel::formatTime(time, timeUnit()); }
+
+    /// The indexes of scalars, made with a progress bar. Asking for all at once costs one scan.
+    /// Throws ToolExit where an Interrupt that the caller keeps is requested meanwhile.
+    std::vector<WdbScalarBTree*> makeTrees(const std::vector<WdbScalar>& scalars) const;
+
+private:
+    struct Free {
+        void operator()(unsigned char* bytes) const { std::free(bytes); }
+    };
+
+    void readDescription();
+
+    std::string m_file;
+    std::unique_ptr<WdbIEventReader> m_reader;
+    std::unique_ptr<unsigned char, Free> m_descriptionBytes;  // what m_description views
+    std::optional<DesignDescription> m_description;
+};
+
+/// The part of a recording's time that a verb is asked about.
+struct TimeRange {
+    long long from = 0;
+    long long to = 0;
+};
+
+/// The range that two options give; an empty text means the begin, or the end, of the recording.
+/// Throws ToolError where it ends before it begins.
+TimeRange timeRange(const ViewedRecording& recording, const std::string& from,
+                    const std::string& to);
+
+}  // namespace Korvel
