@@ -46,7 +46,8 @@ public:
                           long long seenTime);
 
     /// Ends a subscription. Waits for a call in progress, unless called from within it: afterwards
-    /// the listener is not called any more.
+    /// the listener is not called any more. Where a listener takes the manager's mutex in its call,
+    /// the caller must not hold it.
     void unregisterListener(IBTreeEventListener* listener);
 
     /// Everything up to @p latestTime is in the trees.

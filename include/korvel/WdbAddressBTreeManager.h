@@ -62,8 +62,8 @@ public:
 
     bool hasAtLeastOneBtree() const;
 
-    /// Gives an event to the trees that it concerns, at once or with flushEvents(). False while no
-    /// tree is concerned.
+    /// Gives an event to the trees that it concerns, at once or with flushEvents(), which comes
+    /// when all events up to the newest one's time were added. False while no tree is concerned.
     bool addEventDirect(const WdbLiveEvent* event);
     bool addEventBuffered(const WdbLiveEvent* event);
     void flushEvents();
@@ -78,7 +78,8 @@ public:
     /// Throws Veld::OpenException.
     void createDrawingBTreeFile(const std::string& path);
 
-    /// Forgets all trees: the recording begins anew. The trees handed out are gone.
+    /// Forgets all trees: the recording begins anew. The trees handed out are gone. Waits for calls
+    /// of listeners in progress, so the caller must not hold the mutex.
     void reset();
 
     /// What is scanned; not owned, may be null.

@@ -30,7 +30,7 @@
 //   3. A subscription is Collecting only while the dispatcher's thread holds the manager's mutex.
 //      Whoever holds that mutex therefore finds none Collecting: while the dispatcher's thread
 //      waits for the manager's mutex nobody waits for the dispatcher's thread.
-//   4. A call holds no lock. So only a call itself can make unregistering wait long.
+//   4. A call holds no lock. Unregistering waits for a call, or while changes are collected.
 //   5. Of calls that unregister each other's listeners in a circle, the last does not wait.
 //
 // What no order of locks can give: a listener that takes the manager's mutex in its call must not

@@ -91,16 +91,16 @@ public:
     WdbScalarCells cells{{}};  // of all trees
     std::vector<char> buffer;  // events as they travel, back to back
     std::vector<char> spare;   // what the buffer was before; keeps its memory
-    std::unique_ptr<BTreeEventDispatcher> dispatcher;  // null until it is used
-
     std::atomic<bool> hasTrees{false};
+
+    std::unique_ptr<BTreeEventDispatcher> dispatcher;  // null until it is used; goes first
 };
 
 WdbAddressBTreeManager::WdbAddressBTreeManager() : m_impl(std::make_unique<Impl>()) {}
 
 WdbAddressBTreeManager::~WdbAddressBTreeManager() {
-    // Its threads read the trees.
-    m_impl->dispatcher.reset();
+    // Its threads read the trees, and a listener in its last call may ask for it.
+    if (m_impl->dispatcher) m_impl->dispatcher->unregisterAll();
 }
 
 boost::recursive_mutex& WdbAddressBTreeManager::getMutex() const {

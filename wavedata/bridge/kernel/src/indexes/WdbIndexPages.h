@@ -22,7 +22,7 @@ class WdbIndexPages {
 public:
     using Handle = std::uint32_t;
 
-    static constexpr std::size_t DefaultPageSize = 4096;
+    static constexpr std::size_t DefaultPageSize = 512;
 
     /// In memory.
     /// @param pageSize  A multiple of 8, at least 56: a node has two children at least.
@@ -54,7 +54,7 @@ private:
     // Segments double from the first to the largest, then stay as large: a small recording takes
     // little, a large one needs few mappings.
     static constexpr unsigned int FirstSegmentBits = 7;  // 128 pages
-    static constexpr unsigned int Doublings = 7;
+    static constexpr unsigned int Doublings = 10;
     static constexpr std::size_t LargestSegment = std::size_t{1} << (FirstSegmentBits + Doublings);
     static constexpr std::size_t SegmentLimit = 16384;
 
