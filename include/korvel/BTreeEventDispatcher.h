@@ -56,6 +56,10 @@ public:
     /// Ends all subscriptions, as unregisterListener() does each. The trees are about to go.
     void unregisterAll();
 
+    /// Whoever is subscribed all the same listens to nothing from here on. The caller holds the
+    /// manager's mutex.
+    void forgetTrees();
+
 private:
     class __attribute__((visibility("hidden"))) Impl;
     std::unique_ptr<Impl> m_impl;

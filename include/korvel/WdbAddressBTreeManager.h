@@ -26,12 +26,14 @@ struct WdbScalar {
 /// Owns the drawing indexes of a reader: makes them on first request by scanning the recording, and
 /// keeps them up to date while it grows.
 ///
-/// Threads: any may call. The mutex guards the trees that were handed out; it may be taken again by
-/// the thread that holds it. A scan runs on a pool of threads, one a hardware thread, and does not
-/// hold the mutex, so that drawing goes on while further indexes are made.
+/// Threads: any may call. The mutex guards the trees that were handed out. What asks for trees or
+/// values waits for others that do, so it must not be called with the mutex held, nor from within
+/// the progress of a scan: getBTrees, getValues, getNextChange, reset and what sets them up. A scan
+/// runs on a pool of threads, one a hardware thread, and does not hold the mutex, so that drawing
+/// goes on while further indexes are made.
 class __attribute__((visibility("default"))) WdbAddressBTreeManager {
 public:
-    /// Told how far a scan is, from 0 to 1, never twice at the same time; false cancels the scan.
+    /// Told how far a scan is, from 0 to 1, by the thread that asked; false cancels the scan.
     using Progress = std::function<bool(double fraction)>;
 
     WdbAddressBTreeManager();
@@ -47,11 +49,14 @@ public:
     /// Those that do not exist yet are filled by one scan of the blocks that may hold them. Empty
     /// when the scan was cancelled; nothing is kept of it then. Without an event database all new
     /// trees are empty. Where the environment has WAVEDATA_RESCAN, an empty tree is filled again.
-    /// Throws Veld::OpenException when the temporary file cannot take the indexes.
+    /// Throws Veld::OpenException when the temporary file cannot take the indexes, and
+    /// std::out_of_range for a bit below 0 or an address beyond 2^61.
     std::vector<WdbScalarBTree*> getBTrees(const std::vector<WdbScalar>& scalars,
                                            const Progress& progress = {});
 
-    /// The values at @p time, found in the event blocks around it, without indexes.
+    /// The values at @p time, found in the event blocks around it, without indexes. Takes long
+    /// where one has not changed for most of a large recording. Throws std::out_of_range as
+    /// getBTrees().
     /// @param[out] values  One a scalar: type 1, or 0 for one that has not changed up to then.
     void getValues(long long time, const std::vector<WdbScalar>& scalars,
                    std::vector<WdbByteValue>& values);
@@ -68,7 +73,8 @@ public:
     bool addEventBuffered(const WdbLiveEvent* event);
     void flushEvents();
 
-    /// The recording is complete up to @p time: whoever listens to changes is told those before.
+    /// The recording is complete up to @p time: listeners are told of the changes up to and with
+    /// it.
     void markTime(long long time);
 
     /// Whom to register with for changes as they are recorded. Lives as long as the manager.

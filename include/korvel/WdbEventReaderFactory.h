@@ -14,7 +14,8 @@ public:
 
     static WdbEventReaderFactory& getInstance();
 
-    /// A new reader, which the caller deletes; null for any other type.
+    /// A new reader, which the caller deletes; null for any other type, and for LIVE_READER in this
+    /// version, which cannot attach to a running simulation yet.
     WdbIEventReader* create(ReaderType type);
 
 private:

@@ -61,7 +61,7 @@ public:
     /// The time that the recording has reached; 0 when nothing is open.
     virtual long long getLatestTime() const = 0;
 
-    /// Opens what there is to read.
+    /// Opens what there is to read, in place of what was open. Trees handed out before are gone.
     ///
     /// @param source   Design path of a running simulation; not used for a finished recording.
     /// @param wdbPath  The recording: read, or, for a running simulation, created.
@@ -98,8 +98,8 @@ public:
     virtual long long getNextEvent(long long time,
                                    const std::vector<WdbScalarBTree*>& trees) const = 0;
 
-    /// Time of the last change before @p time; the first change where all lie later. 0 when all
-    /// trees are empty.
+    /// Time of the last change before @p time, or, where that is below 1, at it. A tree whose
+    /// changes all lie later counts with its first one. 0 when all trees are empty.
     virtual long long getPreviousEvent(long long time,
                                        const std::vector<WdbScalarBTree*>& trees) const = 0;
 

@@ -39,6 +39,8 @@ private:
         std::size_t tree;
     };
 
+    void sinkFront();
+
     std::vector<std::unique_ptr<WdbScalarBTree::Iterator>> m_iterators;  // one a tree
     std::vector<Next> m_queue;  // a heap of those that are not at their end, earliest in front
 };

@@ -130,7 +130,8 @@ TEST_P(BlockSearch, answersAsAModelDoes) {
     WdbBlockSearch search(*file.database);
     std::vector<WdbByteValue> values;
     constexpr long long Most = std::numeric_limits<long long>::max();
-    search.getValues(Most, {{Most, 31}, {-Most, 2000000000}, {Most, -1}}, values);
+    constexpr long long Far = 1LL << 61;
+    search.getValues(Most, {{Far, 31}, {-Far, 2000000000}, {Far, -1}}, values);
     EXPECT_EQ(values[0].type + values[1].type + values[2].type, WdbByteValue::NoValue * 3);
     EXPECT_EQ(search.getNextChange(-Most, {{Most, 31}}), -1);
 }

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
+#include <future>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -12,6 +13,7 @@
 
 #include "drawing/WdbIndexScan.h"
 #include "events/WdbLiveEvent.h"
+#include "korvel/BTreeEventDispatcher.h"
 #include "korvel/WdbAddressBTreeManager.h"
 #include "tests/support/EventFile.h"
 #include "tests/support/OpenFailure.h"
@@ -195,12 +197,49 @@ TEST_P(TreeManager, followsEventsFromAnyMomentOn) {
     expectAll(design, manager.getBTrees(scalars));
 }
 
+// Listeners are told of an event also where a request for trees took it out of the buffer.
+TEST_P(TreeManager, tellsListenersWhatARequestApplied) {
+    struct Listener : IBTreeEventListener {
+        void onChanges(const std::vector<WdbTreeChange>& changes, long long) override {
+            for (const WdbTreeChange& change : changes)
+                told.set_value(change.time);
+        }
+        std::promise<long long> told;
+    } listener;
+    manager.setEventDatabase(file.database.get());
+    BTreeEventDispatcher& dispatcher = manager.getEventDispatcher();
+    dispatcher.registerListener(&listener, manager.getBTrees({{5}}), 0);
+    tell({7, 5, "a"}, /*isDirect=*/false);
+    write({7, 5, "a"});
+    manager.getBTrees({{6}});
+    manager.flushEvents();
+    EXPECT_EQ(listener.told.get_future().get(), 7);
+    dispatcher.unregisterListener(&listener);
+}
+
+// Simulated time never falls, but a damaged recording may say so.
+TEST_P(TreeManager, ignoresWhatComesBeforeTheNewestRecord) {
+    const auto pair = [](char value) { return std::string{value, 0, 0, 0, 0, 0, 0, 0}; };
+    for (const auto& [time, value] : {std::pair{160, 1}, {50, 0}, {200, 0}})
+        file.write(time, 8, pair(static_cast<char>(value)));
+    file.write(100, 5, "a");
+    file.write(50, 5, "b");
+    file.write(150, 5, "b");
+    manager.setEventDatabase(file.database.get());
+    const auto trees = manager.getBTrees({{8, 0}, {5}});
+    EXPECT_EQ(recordsIn(*trees[0]), (Records{{160, 1}, {200, 0}}));
+    EXPECT_EQ(recordsIn(*trees[1]), (Records{{100, 'a'}, {150, 'b'}}));
+    EXPECT_THROW(manager.getBTrees({{5, -2}}), std::out_of_range);
+    EXPECT_THROW(manager.getNextChange(0, {{1LL << 62}}), std::out_of_range);
+}
+
 TEST_P(TreeManager, keepsNothingOfACancelledScan) {
     const Design design(3, 500);
     for (const Design::Event& event : design.events())
         write(event);
     manager.setEventDatabase(file.database.get());
     EXPECT_TRUE(manager.getBTrees(design.scalars(), [](double) { return false; }).empty());
+    EXPECT_THROW(manager.getBTrees(design.scalars(), [](double) -> bool { throw 1; }), int);
     EXPECT_FALSE(manager.hasAtLeastOneBtree());
     expectAll(design, manager.getBTrees(design.scalars(), [](double) { return true; }));
 }

@@ -110,6 +110,22 @@ TEST_F(StaticReader, looksUpStringsAlsoBeyondItsCache) {
         EXPECT_EQ(reader.getStringMapValue(id), "") << id;
 }
 
+// A viewer that opens another recording with the same reader sees nothing of the one before.
+TEST_F(StaticReader, opensAnotherRecording) {
+    file.write(5, 10, "a");
+    file.close();
+    open();
+    EXPECT_EQ(reader.getBTreeManager().getBTrees({{10}}).front()->getRecordCount(), 1);
+    EventFile other{SingleBucket, 5000};
+    other.write(7, 10, "b");
+    other.close();
+    reader.createReader("", other.path, 0, directory.file(""));
+    EXPECT_EQ(reader.getBTreeManager().getBTrees({{10}}).front()->getLastValueTime(), 7);
+    EXPECT_NE(openFailureOf([&] { reader.createReader("", "missing.wdb", 0, ""); }), "");
+    EXPECT_EQ(reader.getLatestTime(), 0);
+    EXPECT_TRUE(reader.getBTreeManager().getBTrees({{10}}).front()->isEmpty());
+}
+
 TEST_F(StaticReader, refusesWhatHoldsNoEvents) {
     const TemporaryDirectory elsewhere;
     WdbFileManager empty;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <fstream>
+#include <string>
 
 #include <boost/thread/recursive_mutex.hpp>
 
@@ -16,12 +18,17 @@ extern const char FilePutBlockFailed[];
 
 /// Blocks as byte ranges of a file: the handle is the absolute file offset.
 ///
-/// Every operation holds the recursive mutex, so threads may share the store. Whoever needs several
-/// operations in a row undisturbed takes the mutex around them. A failing stream ends the process.
+/// Threads may share the store: every operation holds the recursive mutex, but for reading a file
+/// that this process does not write, which goes beside the stream and needs no lock. Whoever needs
+/// several operations in a row undisturbed takes the mutex around them. A failing stream ends the
+/// process.
 class WdbFileBlockManager : public WdbIBlockManager, public WdbIHandleCheck {
 public:
     /// @param stream  Not owned; raises exceptions for the bad and the fail state.
     explicit WdbFileBlockManager(std::fstream& stream);
+    ~WdbFileBlockManager() override;
+    WdbFileBlockManager(const WdbFileBlockManager&) = delete;
+    WdbFileBlockManager& operator=(const WdbFileBlockManager&) = delete;
 
     long long addBlock(const char* data, unsigned long long size) override;
     void getBlock(long long handle, char* buffer, unsigned long long size) const override;
@@ -34,8 +41,11 @@ public:
     /// cannot take it back.
     void flushStream();
 
-    /// Forgets the file's size: the stream is about to be opened on another file.
-    void forgetSize();
+    /// Reads blocks without the stream from now on, which was opened on this file for reading only.
+    void readBeside(const std::string& path);
+
+    /// Forgets the file: the stream is about to be opened on another one.
+    void forgetFile();
 
     boost::recursive_mutex& getMutex() const { return m_mutex; }
 
@@ -43,7 +53,9 @@ private:
     mutable boost::recursive_mutex m_mutex;
     std::fstream* m_pStream;
     WdbFreeExtents m_freeExtents;
-    mutable long long m_knownSize = 0;  // the file had at least these bytes when last looked at
+    int m_beside = -1;                              // descriptor for reading; -1: the stream reads
+    mutable std::atomic<long long> m_knownSize{0};  // the file had at least these bytes when last
+                                                    // looked at
 };
 
 }  // namespace Korvel

@@ -120,6 +120,7 @@ void WdbFileManager::open(const std::string& path) {
         m_stream.close();
         throwOpenFailure(__LINE__, TooOldOrDamaged);
     }
+    m_blockManager.readBeside(path);
     loadContents();
     m_isOpen = true;
 }
@@ -129,7 +130,7 @@ void WdbFileManager::close() {
     const bool wasOpen = m_isOpen;
     m_isOpen = false;
     m_isWritable = false;
-    m_blockManager.forgetSize();
+    m_blockManager.forgetFile();
     try {
         if (wasOpen) m_stream.close();
     } catch (...) {

@@ -112,6 +112,7 @@ public:
                    long long seenTime);
     void end(IBTreeEventListener* listener);
     void endAll();
+    void forgetTrees();
     void notify(long long latestTime);
 
 private:
@@ -141,10 +142,13 @@ private:
 // --- What other threads ask for. ---
 
 BTreeEventDispatcher::Impl::~Impl() {
+    {
+        const Lock lock(m_mutex);
+        m_isEnding = true;  // a listener that registers anew in its last call comes too late
+    }
     endAll();
     {
         const Lock lock(m_mutex);
-        m_isEnding = true;
         m_workCame.notify_one();
     }
     if (m_thread.joinable()) m_thread.join();
@@ -157,6 +161,7 @@ void BTreeEventDispatcher::Impl::subscribe(IBTreeEventListener* listener,
     const boost::this_thread::disable_interruption whole;  // the wait below would be left early
     std::vector<WdbScalarBTree*> unique = eachOnce(trees);
     Lock lock(m_mutex);
+    if (m_isEnding) return;
     SubscriptionPtr subscription = find(listener);
     while (subscription && subscription->state == Subscription::State::Collecting) {
         m_moved.wait(lock);
@@ -189,6 +194,16 @@ void BTreeEventDispatcher::Impl::endAll() {
     m_latestTime = BeforeAnyTime;
     for (const SubscriptionPtr& subscription : all)
         waitForCall(lock, subscription);
+}
+
+// The caller holds the manager's mutex, so that nobody is reading the trees.
+void BTreeEventDispatcher::Impl::forgetTrees() {
+    const Lock lock(m_mutex);
+    for (const SubscriptionPtr& subscription : m_subscriptions) {
+        subscription->trees.clear();
+        if (subscription->state == Subscription::State::Ready) settle(*subscription);
+    }
+    m_latestTime = BeforeAnyTime;
 }
 
 void BTreeEventDispatcher::Impl::notify(long long latestTime) {
@@ -373,6 +388,10 @@ void BTreeEventDispatcher::notify(long long latestTime) {
 
 void BTreeEventDispatcher::unregisterAll() {
     m_impl->endAll();
+}
+
+void BTreeEventDispatcher::forgetTrees() {
+    m_impl->forgetTrees();
 }
 
 }  // namespace Korvel

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <limits>
 #include <map>
-#include <stdexcept>
 #include <system_error>
 #include <tuple>
 #include <utility>
@@ -18,6 +18,8 @@
 #include "drawing/WdbBlockSearch.h"
 #include "drawing/WdbIndexScan.h"
 #include "drawing/WdbScalarCells.h"
+#include "drawing/WdbWordPair.h"
+#include "events/WdbEventBlockDatabaseFactory.h"
 #include "events/WdbIEventBlockDatabase.h"
 #include "events/WdbLiveEvent.h"
 #include "indexes/WdbIndexPages.h"
@@ -28,18 +30,6 @@ namespace Korvel {
 namespace {
 
 const char ClassFile[] = "wavedata/bridge/kernel/src/WdbAddressBTreeManager";
-constexpr int PairBits = 32;
-constexpr int PairSize = 8;
-
-// The scalar of a bit by the pair that it lies in.
-WdbScalar inItsPair(WdbScalar scalar) {
-    const bool isSound = scalar.bit >= WdbScalarBTree::WholeByte &&
-                         scalar.address >= -WdbScalarCells::LargestAddress / 2 &&
-                         scalar.address <= WdbScalarCells::LargestAddress / 2;
-    if (!isSound) throw std::out_of_range("There is no such scalar.");
-    if (scalar.bit < PairBits) return scalar;
-    return {scalar.address + scalar.bit / PairBits * PairSize, scalar.bit % PairBits};
-}
 
 std::shared_ptr<WdbIndexPages> makePages(const std::string& path) {
     try {
@@ -73,13 +63,15 @@ public:
     bool scan(const std::vector<WdbScalarBTree*>& toFill, const Progress& progress) const;
     void publish(Trees made);
     Lock lockDatabase() const { return writeLock != nullptr ? Lock(*writeLock) : Lock(); }
-    long long applyBuffer();
+    void applyBuffer();
 
     // Order of locks: requestMutex, the database's write lock, mutex.
     boost::mutex requestMutex;  // one request at a time reads the database
     mutable boost::recursive_mutex mutex;
 
-    // Under requestMutex.
+    static constexpr long long NoTime = std::numeric_limits<long long>::min();
+
+    // Under requestMutex; pages under mutex too where they are replaced.
     WdbIEventBlockDatabase* database = nullptr;
     boost::mutex* writeLock = nullptr;
     std::unique_ptr<WdbBlockSearch> search;  // null until it is used
@@ -88,9 +80,11 @@ public:
 
     // Under mutex.
     Trees trees;
-    WdbScalarCells cells{{}};  // of all trees
-    std::vector<char> buffer;  // events as they travel, back to back
-    std::vector<char> spare;   // what the buffer was before; keeps its memory
+    WdbScalarCells cells{{}};        // of all trees
+    std::vector<char> buffer;        // events as they travel, back to back
+    std::vector<char> spare;         // what the buffer was before; keeps its memory
+    long long appliedTime = NoTime;  // of the newest event that came from the buffer
+    long long toldTime = NoTime;     // the same when listeners were told last
     std::atomic<bool> hasTrees{false};
 
     std::unique_ptr<BTreeEventDispatcher> dispatcher;  // null until it is used; goes first
@@ -162,6 +156,7 @@ bool WdbAddressBTreeManager::Impl::makeMissing(const std::vector<WdbScalar>& mis
 bool WdbAddressBTreeManager::Impl::scan(const std::vector<WdbScalarBTree*>& toFill,
                                         const Progress& progress) const {
     const WdbEventDatabaseHeader& header = database->getEventDatabaseHeader();
+    const bool isOneBucket = header.databaseTypeId == WdbEventBlockDatabaseFactory::SingleBucket;
     const auto perBucket = static_cast<long long>(header.addressesPerBucket);
     std::vector<WdbScalarBTree*> whole;
     std::map<long long, std::vector<WdbScalarBTree*>> across;  // by their pair
@@ -169,7 +164,7 @@ bool WdbAddressBTreeManager::Impl::scan(const std::vector<WdbScalarBTree*>& toFi
         const long long first = tree->getAddress();
         const long long last =
             first + (tree->getBit() == WdbScalarBTree::WholeByte ? 1 : PairSize) - 1;
-        if (first / perBucket == last / perBucket) {
+        if (isOneBucket || first / perBucket == last / perBucket) {
             whole.push_back(tree);
         } else {
             across[first].push_back(tree);
@@ -256,20 +251,21 @@ void WdbAddressBTreeManager::flushEvents() {
     long long latest = 0;
     {
         const Impl::RecursiveLock lock(m_impl->mutex);
-        if (m_impl->buffer.empty()) return;
-        latest = m_impl->applyBuffer();
+        m_impl->applyBuffer();
+        // A request for trees may have applied them before.
+        if (m_impl->appliedTime <= m_impl->toldTime) return;
+        latest = m_impl->toldTime = m_impl->appliedTime;
         dispatcher = m_impl->dispatcher.get();
     }
     if (dispatcher != nullptr) dispatcher->notify(latest);
 }
 
-// Returns the time of the newest event; 0 when there is none.
-long long WdbAddressBTreeManager::Impl::applyBuffer() {
+void WdbAddressBTreeManager::Impl::applyBuffer() {
     // Taken away first: events that a full disk keeps out of the trees are not tried again.
     spare.clear();
     spare.swap(buffer);
-    long long time = 0;
     for (std::size_t at = 0; at < spare.size();) {
+        long long time = 0;
         long long address = 0;
         unsigned int length = 0;
         std::memcpy(&time, &spare[at], sizeof(time));
@@ -278,9 +274,9 @@ long long WdbAddressBTreeManager::Impl::applyBuffer() {
         at += WdbLiveEvent::HeaderSize;
         cells.applyEvent(time, address, length,
                          reinterpret_cast<const unsigned char*>(spare.data() + at));
+        appliedTime = std::max(appliedTime, time);
         at += length;
     }
-    return time;
 }
 
 void WdbAddressBTreeManager::markTime(long long time) {
@@ -302,7 +298,9 @@ BTreeEventDispatcher& WdbAddressBTreeManager::getEventDispatcher() {
 
 void WdbAddressBTreeManager::createDrawingBTreeFile(const std::string& path) {
     const Impl::Lock request(m_impl->requestMutex);
-    m_impl->pages = makePages(path);
+    std::shared_ptr<WdbIndexPages> pages = makePages(path);
+    const Impl::RecursiveLock lock(m_impl->mutex);
+    m_impl->pages = std::move(pages);
     m_impl->path = path;
 }
 
@@ -318,12 +316,15 @@ void WdbAddressBTreeManager::reset() {
 
     const Impl::Lock request(m_impl->requestMutex);
     const Impl::RecursiveLock lock(m_impl->mutex);
+    // One that registered anew since listens to trees that are about to go.
+    if (dispatcher != nullptr) dispatcher->forgetTrees();
     m_impl->hasTrees = false;
     m_impl->cells = WdbScalarCells({});
     m_impl->buffer.clear();
+    m_impl->appliedTime = m_impl->toldTime = Impl::NoTime;
     m_impl->trees.clear();
     m_impl->search.reset();
-    m_impl->pages.reset();  // makes room for a new file of this name
+    m_impl->pages = makePages("");  // makes room for a new file of the same name
     m_impl->pages = makePages(m_impl->path);
 }
 
@@ -336,7 +337,7 @@ void WdbAddressBTreeManager::setEventDatabase(WdbIEventBlockDatabase* database,
 }
 
 unsigned long long WdbAddressBTreeManager::getIndexSize() const {
-    const Impl::Lock request(m_impl->requestMutex);
+    const Impl::RecursiveLock lock(m_impl->mutex);
     return m_impl->pages->getSize();
 }
 

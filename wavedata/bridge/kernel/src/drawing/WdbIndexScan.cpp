@@ -31,9 +31,13 @@ public:
         loadUntilEvent();
     }
 
+    /// Number of blocks loaded so far.
+    std::size_t getLoads() const { return m_loads; }
+
 private:
     void loadUntilEvent() {
         for (; !m_event && *m_blocks; ++*m_blocks) {
+            ++m_loads;
             m_blocks->getEventBlock(m_block);
             m_event = m_block.getIterator();
         }
@@ -42,6 +46,7 @@ private:
     WdbIndexScan::IteratorPtr m_blocks;
     WdbEventBlock m_block;
     WdbEventBlock::Iterator m_event;
+    std::size_t m_loads = 0;
 };
 
 }  // namespace
@@ -58,11 +63,18 @@ bool WdbIndexScan::run(unsigned int threads, const Progress& progress) {
     if (progress && !progress(0)) return false;
     boost::asio::thread_pool pool(threads);
     for (unsigned int i = 0; i < threads; ++i)
-        boost::asio::post(pool, [this, threads] { work(PiecesAhead * threads); });
+        boost::asio::post(pool, [this, threads] { work(mostOutstanding(threads)); });
     const bool isDone = reportUntilDone(threads, progress);
     pool.join();
     if (m_failure) std::rethrow_exception(m_failure);
     return isDone;
+}
+
+// A block's size is a claim of the file. What lies unpacked is bounded in bytes too; every thread
+// may have a piece at any time.
+std::size_t WdbIndexScan::mostOutstanding(std::size_t threads) const {
+    const std::size_t pieceSize = PieceBlocks * std::size_t{m_blockSize};
+    return std::max(threads, std::min(PiecesAhead * threads, MostBytesAhead / pieceSize));
 }
 
 // False when progress cancelled the scan.
@@ -70,15 +82,21 @@ bool WdbIndexScan::reportUntilDone(std::size_t threads, const Progress& progress
     bool goesOn = true;
     Lock lock(m_mutex);
     while (m_threadsDone < threads) {
-        m_changed.wait_for(lock, ReportInterval);
+        m_done.wait_for(lock, ReportInterval);
         if (!progress || !goesOn || m_blockCount == 0) continue;
         const double fraction =
             std::min(1.0, static_cast<double>(m_blocksDone) / static_cast<double>(m_blockCount));
         lock.unlock();
-        goesOn = progress(fraction);
+        try {
+            goesOn = progress(fraction);
+        } catch (...) {
+            stop(std::current_exception());
+            goesOn = false;
+        }
         lock.lock();
-        if (!goesOn) m_isStopped = true;
-        m_changed.notify_all();
+        if (goesOn) continue;
+        m_isStopped = true;
+        m_applied.notify_all();
     }
     return goesOn;
 }
@@ -101,14 +119,14 @@ void WdbIndexScan::work(std::size_t mostOutstanding) {
     }
     const Lock lock(m_mutex);
     ++m_threadsDone;
-    m_changed.notify_all();
+    m_done.notify_one();
 }
 
 void WdbIndexScan::stop(std::exception_ptr reason) {
     const Lock lock(m_mutex);
     if (!m_failure) m_failure = std::move(reason);
     m_isStopped = true;
-    m_changed.notify_all();
+    m_applied.notify_all();
 }
 
 // Waits while too much lies unpacked. Every piece that is outstanding is being worked at or waits
@@ -116,7 +134,7 @@ void WdbIndexScan::stop(std::exception_ptr reason) {
 bool WdbIndexScan::takePiece(Piece& piece, std::size_t mostOutstanding) {
     Lock lock(m_mutex);
     while (m_outstanding >= mostOutstanding && !m_isStopped)
-        m_changed.wait(lock);
+        m_applied.wait(lock);
     while (!m_isStopped && m_currentLane < m_lanes.size()) {
         Lane& lane = m_lanes[m_currentLane];
         piece.lane = &lane;
@@ -164,7 +182,7 @@ void WdbIndexScan::deliver(const Piece& piece, Changes changes) {
         lock.lock();
         ++lane.applied;
         --m_outstanding;
-        m_changed.notify_all();
+        m_applied.notify_one();
     }
     lane.isApplying = false;
 }
@@ -186,7 +204,12 @@ void WdbIndexScan::scanMerged(Lane& lane) {
         const WdbEvent event = earliest->event();
         lane.cells->applyEvent(event.getTime(), event.getStartAddress(), event.getValuelength(),
                                reinterpret_cast<const unsigned char*>(event.getValue()));
+        const std::size_t loads = earliest->getLoads();
         earliest->next();
+        if (earliest->getLoads() == loads) continue;
+        const Lock lock(m_mutex);
+        m_blocksDone += earliest->getLoads() - loads;
+        if (m_isStopped) return;
     }
 }
 

@@ -59,9 +59,11 @@ private:
     };
     using Lock = boost::unique_lock<boost::mutex>;
 
-    static constexpr std::size_t PieceBlocks = 8;
+    static constexpr std::size_t PieceBlocks = 16;
+    static constexpr std::size_t MostBytesAhead = std::size_t{64} << 20;
     static constexpr std::size_t PiecesAhead = 8;  // a thread: unpacked, but not applied yet
 
+    std::size_t mostOutstanding(std::size_t threads) const;
     void work(std::size_t mostOutstanding);
     bool takePiece(Piece& piece, std::size_t mostOutstanding);
     void unpack(const Piece& piece, Changes& changes) const;
@@ -76,7 +78,9 @@ private:
 
     boost::mutex
         m_mutex;  // guards what follows and the lanes; not held while unpacking or applying
-    boost::condition_variable m_changed;
+    boost::condition_variable
+        m_applied;                     // there is room for more unpacked pieces, or none is wanted
+    boost::condition_variable m_done;  // all threads are
     std::size_t m_currentLane = 0;
     std::size_t m_outstanding = 0;  // pieces taken and not applied
     std::size_t m_blocksDone = 0;

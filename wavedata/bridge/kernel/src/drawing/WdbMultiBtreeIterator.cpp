@@ -29,16 +29,30 @@ WdbMultiBtreeIterator::~WdbMultiBtreeIterator() = default;
 
 WdbMultiBtreeIterator& WdbMultiBtreeIterator::operator++() {
     if (m_queue.empty()) return *this;
-    std::pop_heap(m_queue.begin(), m_queue.end(), IsLater);
-    Next& next = m_queue.back();
-    WdbScalarBTree::Iterator& it = *m_iterators[next.tree];
+    WdbScalarBTree::Iterator& it = *m_iterators[getTreeIndex()];
     if (++it) {
-        next.time = it.getTime();
-        std::push_heap(m_queue.begin(), m_queue.end(), IsLater);
+        m_queue.front().time = it.getTime();
     } else {
+        m_queue.front() = m_queue.back();
         m_queue.pop_back();
     }
+    sinkFront();
     return *this;
+}
+
+// Restores the heap after a change of its front, in one pass where taking it out and putting it
+// back would need two.
+void WdbMultiBtreeIterator::sinkFront() {
+    if (m_queue.empty()) return;
+    const Next moved = m_queue.front();
+    std::size_t hole = 0;
+    for (std::size_t child = 1; child < m_queue.size(); child = 2 * hole + 1) {
+        if (child + 1 < m_queue.size() && IsLater(m_queue[child], m_queue[child + 1])) ++child;
+        if (!IsLater(moved, m_queue[child])) break;
+        m_queue[hole] = m_queue[child];
+        hole = child;
+    }
+    m_queue[hole] = moved;
 }
 
 }  // namespace Korvel

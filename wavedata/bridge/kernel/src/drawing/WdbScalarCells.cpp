@@ -72,7 +72,7 @@ WdbScalarCells::Start WdbScalarCells::startOf(long long address) const {
 template <typename Visitor>
 void WdbScalarCells::visitCells(long long address, unsigned int length, Visitor&& visit) const {
     // Beyond this lies no cell, and sums might overflow.
-    if (address < -LargestAddress || address > LargestAddress) return;
+    if (address < -2 * LargestAddress || address > 2 * LargestAddress) return;
     const Start start = startOf(address);
     const long long end = address + static_cast<long long>(length);
     for (std::uint32_t i = start.byte; i < m_bytes.size() && m_bytes[i].address < end; ++i)
@@ -95,37 +95,19 @@ bool WdbScalarCells::concerns(long long address, unsigned int length) const {
 }
 
 void WdbScalarCells::collect(const WdbEventBlock& block, std::vector<Change>& changes) const {
-    // By cell, the number of its last change among those of this block, counted from 1. Left out
-    // where the cells are so many that clearing it would cost more than it saves.
-    const std::size_t cells = m_bytes.size() + m_pairs.size();
-    std::vector<std::uint32_t> latest(cells <= LargestTable ? cells : 0);
-    const std::size_t begin = changes.size();
-    for (WdbEventBlock::Iterator it = block.getIterator(); it; ++it) {
-        const WdbEvent event = *it;
+    block.forEachEvent([&](const WdbEvent& event) {
         const char* values = event.getValue();
-        visitCells(
-            event.getStartAddress(), event.getValuelength(),
-            [&](std::uint32_t cell, unsigned int first, unsigned int from, unsigned int count) {
-                Change change{event.getTime(),
-                              cell,
-                              static_cast<std::uint8_t>(first),
-                              static_cast<std::uint8_t>(count),
-                              {}};
-                std::memcpy(change.bytes.data(), values + from, count);
-                if (latest.empty()) {
-                    changes.push_back(change);
-                    return;
-                }
-                if (latest[cell] != 0) {
-                    const Change& before = changes[begin + latest[cell] - 1];
-                    if (before.count == count && before.first == first &&
-                        before.bytes == change.bytes)
-                        return;
-                }
-                changes.push_back(change);
-                latest[cell] = static_cast<std::uint32_t>(changes.size() - begin);
-            });
-    }
+        const auto pick = [&](std::uint32_t cell, unsigned int first, unsigned int from,
+                              unsigned int count) {
+            Change& change = changes.emplace_back();
+            change.time = event.getTime();
+            change.cell = cell;
+            change.first = static_cast<std::uint8_t>(first);
+            change.count = static_cast<std::uint8_t>(count);
+            std::memcpy(change.bytes.data(), values + from, count);
+        };
+        visitCells(event.getStartAddress(), event.getValuelength(), pick);
+    });
 }
 
 void WdbScalarCells::apply(const Change& change) {
@@ -134,6 +116,8 @@ void WdbScalarCells::apply(const Change& change) {
         return;
     }
     PairCell& pair = m_pairs[change.cell - m_bytes.size()];
+    // As a tree ignores what comes before its newest record.
+    if (change.time < pair.time) return;
     std::uint64_t value = pair.value;
     std::memcpy(reinterpret_cast<char*>(&value) + change.first, change.bytes.data(), change.count);
     setPair(pair, change.time, value);
@@ -144,15 +128,16 @@ void WdbScalarCells::setPair(PairCell& cell, long long time, std::uint64_t value
     std::uint32_t changed =
         static_cast<std::uint32_t>(different) | static_cast<std::uint32_t>(different >> PairBits);
     if (!cell.isKnown) changed = ~0U;
-    cell.isKnown = true;
+    // Where a tree cannot take its record, the next change is told to all of them again.
+    cell.isKnown = false;
     cell.value = value;
+    cell.time = time;
     for (changed &= cell.wanted; changed != 0; changed &= changed - 1) {
         const int bit = std::countr_zero(changed);
-        const auto plain = static_cast<unsigned int>(value >> bit) & 1U;
-        const auto second = static_cast<unsigned int>(value >> (bit + PairBits)) & 1U;
-        cell.trees[static_cast<unsigned int>(bit)]->add(
-            time, static_cast<unsigned char>(plain | second << 1));
+        cell.trees[static_cast<unsigned int>(bit)]->add(time,
+                                                        shownBit(value, value >> PairBits, bit));
     }
+    cell.isKnown = true;
 }
 
 void WdbScalarCells::applyEvent(long long time, long long address, unsigned int length,

@@ -2,7 +2,10 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <vector>
+
+#include "drawing/WdbWordPair.h"
 
 namespace Korvel {
 
@@ -27,9 +30,6 @@ public:
     };
     static_assert(sizeof(Change) == 24);
 
-    /// Cells lie between its negative and itself.
-    static constexpr long long LargestAddress = 1LL << 62;
-
     /// @param trees  Not owned. What their newest records tell is where their cells begin from.
     explicit WdbScalarCells(const std::vector<WdbScalarBTree*>& trees);
 
@@ -38,8 +38,8 @@ public:
     /// Whether an event over these addresses concerns a cell.
     bool concerns(long long address, unsigned int length) const;
 
-    /// Appends what the events of a block do to the cells, without what repeats the change before
-    /// it in this block. Changes nothing here: any threads may call.
+    /// Appends what the events of a block do to the cells. Changes nothing here: any threads may
+    /// call.
     void collect(const WdbEventBlock& block, std::vector<Change>& changes) const;
 
     /// Hands a change on to its cell's trees. In the order of the events; one thread at a time.
@@ -50,8 +50,6 @@ public:
                     const unsigned char* values);
 
 private:
-    static constexpr unsigned int PairSize = 8;
-    static constexpr unsigned int PairBits = 32;
     static constexpr long long LargestTable = 1 << 16;
 
     struct ByteCell {
@@ -61,8 +59,9 @@ private:
     struct PairCell {
         long long address;
         std::uint64_t value = 0;  // bits in the low half, second plane in the high one
+        long long time = std::numeric_limits<long long>::min();  // of the newest change
         std::uint32_t wanted = 0;
-        bool isKnown = true;                            // the value, of all wanted bits
+        bool isKnown = true;  // all wanted bits have been told of the value
         std::array<WdbGapBTree*, PairBits> trees = {};  // null for a bit that is not wanted
     };
     // Where to begin looking for the cells of an address.

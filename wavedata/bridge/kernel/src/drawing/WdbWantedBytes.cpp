@@ -2,39 +2,28 @@
 
 #include <map>
 
+#include "drawing/WdbWordPair.h"
+
 namespace Korvel {
 namespace {
 
-constexpr int BitsOfWord = 32;
 constexpr int BitsOfByte = 8;
-constexpr long long SizeOfPair = 8;
-constexpr long long PlaneOffset = 4;
 constexpr unsigned char AllBits = 0xFF;
-
-// No event lies beyond, and within no sum overflows.
-constexpr long long LargestAddress = 1LL << 62;
 
 bool isWholeByte(const WdbScalar& scalar) {
     return scalar.bit < 0;
 }
 
-bool canExist(const WdbScalar& scalar) {
-    return scalar.address >= -LargestAddress && scalar.address <= LargestAddress;
-}
-
-long long pairOf(const WdbScalar& scalar) {
-    return scalar.address + scalar.bit / BitsOfWord * SizeOfPair;
-}
-
 // Of the byte that is shown.
 long long addressOf(const WdbScalar& scalar) {
-    if (isWholeByte(scalar)) return scalar.address;
-    return pairOf(scalar) + scalar.bit % BitsOfWord / BitsOfByte;
+    return isWholeByte(scalar) ? scalar.address : scalar.address + scalar.bit / BitsOfByte;
 }
 
 }  // namespace
 
-WdbWantedBytes::WdbWantedBytes(const std::vector<WdbScalar>& scalars) {
+WdbWantedBytes::WdbWantedBytes(const std::vector<WdbScalar>& asked) {
+    std::vector<WdbScalar> scalars(asked.size());
+    std::transform(asked.begin(), asked.end(), scalars.begin(), inItsPair);
     addBytes(scalars);
     m_places.reserve(scalars.size());
     for (const WdbScalar& scalar : scalars)
@@ -44,13 +33,12 @@ WdbWantedBytes::WdbWantedBytes(const std::vector<WdbScalar>& scalars) {
 void WdbWantedBytes::addBytes(const std::vector<WdbScalar>& scalars) {
     std::map<long long, unsigned char> masks;
     for (const WdbScalar& scalar : scalars) {
-        if (!canExist(scalar)) continue;
         if (isWholeByte(scalar)) {
             masks[scalar.address] = AllBits;
             continue;
         }
-        for (long long byte = 0; byte < SizeOfPair; ++byte)
-            masks.try_emplace(pairOf(scalar) + byte);
+        for (int byte = 0; byte < PairSize; ++byte)
+            masks.try_emplace(scalar.address + byte);
         const auto bit = static_cast<unsigned char>(1U << scalar.bit % BitsOfByte);
         masks[addressOf(scalar)] |= bit;
         masks[addressOf(scalar) + PlaneOffset] |= bit;
@@ -63,10 +51,9 @@ void WdbWantedBytes::addBytes(const std::vector<WdbScalar>& scalars) {
 }
 
 WdbWantedBytes::Place WdbWantedBytes::placeOf(const WdbScalar& scalar) const {
-    if (!canExist(scalar)) return {};
     const std::size_t value = indexOf(addressOf(scalar));
     if (isWholeByte(scalar)) return {value, 1, value, value, WdbScalarBTree::WholeByte};
-    return {indexOf(pairOf(scalar)), SizeOfPair, value, indexOf(addressOf(scalar) + PlaneOffset),
+    return {indexOf(scalar.address), PairSize, value, indexOf(addressOf(scalar) + PlaneOffset),
             scalar.bit % BitsOfByte};
 }
 
@@ -100,13 +87,11 @@ std::vector<WdbByteValue> WdbWantedBytes::valuesOf(const WdbByteStates& states) 
     for (std::size_t i = 0; i < values.size(); ++i) {
         const Place& place = m_places[i];
         if (!hasValue(place, states)) continue;
-        const unsigned int byte = states[place.value].value;
-        const unsigned int plane = states[place.plane].value;
+        const unsigned char byte = states[place.value].value;
         values[i].type = WdbByteValue::SingleValue;
-        values[i].value = static_cast<unsigned char>(place.shift == WdbScalarBTree::WholeByte
-                                                         ? byte
-                                                         : (byte >> place.shift & 1U) +
-                                                               2 * (plane >> place.shift & 1U));
+        values[i].value = place.shift == WdbScalarBTree::WholeByte
+                              ? byte
+                              : shownBit(byte, states[place.plane].value, place.shift);
     }
     return values;
 }

@@ -24,7 +24,8 @@ using WdbByteStates = std::vector<WdbByteState>;
 /// as any byte of its pair was written; a byte that was not counts as 0.
 class WdbWantedBytes {
 public:
-    explicit WdbWantedBytes(const std::vector<WdbScalar>& scalars);
+    /// Throws std::out_of_range where there is no such scalar.
+    explicit WdbWantedBytes(const std::vector<WdbScalar>& asked);
 
     std::size_t size() const { return m_addresses.size(); }
 

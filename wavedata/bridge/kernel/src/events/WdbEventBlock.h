@@ -136,6 +136,19 @@ public:
     void setBaseAddress(long long address) { m_baseAddress = address; }
     long long getBaseAddress() const { return m_baseAddress; }
 
+    /// Calls @p visit with each event in turn, as cheaply as going through a block once can be: an
+    /// iterator first notes where all events begin.
+    template <typename Visitor>
+    void forEachEvent(Visitor&& visit) const {
+        WdbEvent event;
+        event.setBaseAddress(m_baseAddress);
+        for (unsigned int offset = HeaderSize; offset < m_usedSize;) {
+            event.setBase(m_image.get() + offset);
+            offset += event.sizeofEvent();
+            visit(event);
+        }
+    }
+
     Iterator getIterator() const;
     WdbEventIterator getEventIterator() const;
 

@@ -11,10 +11,6 @@ constexpr std::size_t PageHeader = 16;
 constexpr std::size_t InnerEntry = 20;
 constexpr unsigned int FirstRoom = 8;  // records of a new leaf
 
-unsigned long long between(long long earlier, long long later) {
-    return static_cast<unsigned long long>(later) - static_cast<unsigned long long>(earlier);
-}
-
 std::size_t widthOf(bool isWide) {
     return isWide ? sizeof(std::uint64_t) : sizeof(std::uint32_t);
 }
@@ -54,7 +50,7 @@ unsigned int countUpToAmong(const Distance* distances, unsigned int count, Dista
 
 unsigned int WdbLeafView::countUpTo(long long time) const {
     if (count == 0 || time < firstTime) return 0;
-    const unsigned long long distance = between(firstTime, time);
+    const unsigned long long distance = timeBetween(firstTime, time);
     if (isWide) {
         return countUpToAmong(reinterpret_cast<const std::uint64_t*>(times), count,
                               static_cast<std::uint64_t>(distance));
@@ -92,7 +88,8 @@ void WdbGapBTree::addToNewestTime(long long time, unsigned char value) {
 }
 
 void WdbGapBTree::commit() {
-    unsigned long long distance = m_leafCount == 0 ? 0 : between(m_leafFirstTime, m_pendingTime);
+    unsigned long long distance =
+        m_leafCount == 0 ? 0 : timeBetween(m_leafFirstTime, m_pendingTime);
     if (!leafTakes(distance)) {
         closeLeaf(m_pendingTime);
         distance = 0;
@@ -101,7 +98,7 @@ void WdbGapBTree::commit() {
     if (m_leafCount == 0) {
         m_leafFirstTime = m_pendingTime;
     } else {
-        m_leafGap = std::max(m_leafGap, between(m_lastTime, m_pendingTime));
+        m_leafGap = std::max(m_leafGap, timeBetween(m_lastTime, m_pendingTime));
     }
     putDistance(m_leaf.get(), m_leafCount, distance, m_isWide);
     m_leaf[m_leafRoom * widthOf(m_isWide) + m_leafCount] = static_cast<char>(m_pendingValue);
@@ -144,7 +141,7 @@ void WdbGapBTree::closeLeaf(long long nextTime) {
     char* times = page.data() + PageHeader;
     std::memcpy(times, leaf.times, m_leafCount * width);
     std::memcpy(times + leafLimit(m_isWide) * width, leaf.values, m_leafCount);
-    addChild(0, m_leafFirstTime, std::max(m_leafGap, between(m_lastTime, nextTime)),
+    addChild(0, m_leafFirstTime, std::max(m_leafGap, timeBetween(m_lastTime, nextTime)),
              m_pages->add(page.data()));
     m_leafCount = 0;
     m_leafGap = 0;

@@ -35,6 +35,11 @@
 
 namespace Korvel {
 
+/// From one time to another that is not before it.
+inline unsigned long long timeBetween(long long earlier, long long later) {
+    return static_cast<unsigned long long>(later) - static_cast<unsigned long long>(earlier);
+}
+
 /// A run of records, in a page or in the unfinished leaf.
 struct WdbLeafView {
     const char* times = nullptr;  // distances from the first time

@@ -8,10 +8,6 @@ namespace {
 // Before the first child: what is looked at next is child 0.
 constexpr unsigned int BeforeFirst = 0U - 1U;
 
-unsigned long long between(long long earlier, long long later) {
-    return static_cast<unsigned long long>(later) - static_cast<unsigned long long>(earlier);
-}
-
 }  // namespace
 
 WdbGapCursor::WdbGapCursor(const WdbGapBTree& tree) : m_tree(&tree), m_steps(tree.getHeight()) {}
@@ -121,7 +117,7 @@ bool WdbGapCursor::findNextTime(long long& time) const {
 unsigned long long WdbGapCursor::getGap(long long latestTime) const {
     long long nextTime = 0;
     if (!findNextTime(nextTime)) nextTime = std::max(latestTime, getTime());
-    return between(getTime(), nextTime);
+    return timeBetween(getTime(), nextTime);
 }
 
 void WdbGapCursor::skipRun(unsigned long long gap, long long end) {
@@ -135,7 +131,7 @@ bool WdbGapCursor::findGapInLeaf(unsigned long long gap) {
     m_index = m_leaf.findGap(m_index, gap);
     if (m_index + 1 < m_leaf.count) return true;
     long long nextTime = 0;
-    if (!findNextTime(nextTime) || between(getTime(), nextTime) >= gap) return true;
+    if (!findNextTime(nextTime) || timeBetween(getTime(), nextTime) >= gap) return true;
     if (m_isOpenLeaf) m_place = Place::Pending;
     return m_isOpenLeaf;
 }

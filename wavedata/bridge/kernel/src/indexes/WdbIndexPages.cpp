@@ -39,8 +39,9 @@ WdbIndexPages::WdbIndexPages(const std::string& path, std::size_t pageSize)
 }
 
 WdbIndexPages::~WdbIndexPages() {
-    for (std::size_t i = 0; i < SegmentLimit && m_segments[i] != nullptr; ++i)
-        ::munmap(m_segments[i], segmentSize(i));
+    for (std::size_t i = 0; i < SegmentLimit; ++i) {
+        if (m_segments[i] != nullptr) ::munmap(m_segments[i], segmentSize(i));
+    }
     if (m_file < 0) return;
     ::unlink(m_path.c_str());
     ::close(m_file);
@@ -87,8 +88,11 @@ char* WdbIndexPages::makeSegment(std::size_t segment) {
     if (char* made = m_segments[segment].load(std::memory_order_acquire)) return made;
     const std::size_t size = segmentSize(segment);
     if (m_file >= 0) {
-        const int error =
-            ::posix_fallocate(m_file, static_cast<off_t>(m_fileSize), static_cast<off_t>(size));
+        int error = 0;
+        do {
+            error =
+                ::posix_fallocate(m_file, static_cast<off_t>(m_fileSize), static_cast<off_t>(size));
+        } while (error == EINTR);
         if (error != 0) throwFull(m_path, error);
     }
     void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,

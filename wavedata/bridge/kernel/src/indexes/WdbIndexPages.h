@@ -47,7 +47,7 @@ public:
         return m_segments[place.segment].load(std::memory_order_acquire) + place.index * m_pageSize;
     }
 
-    /// Bytes of the pages added so far.
+    /// Bytes of the pages added so far, also of those that no room was found for.
     unsigned long long getSize() const;
 
 private:
@@ -71,7 +71,7 @@ private:
     std::size_t m_pageSize;
     std::string m_path;  // empty: in memory
     int m_file = -1;
-    std::unique_ptr<std::atomic<char*>[]> m_segments;  // null from the first unused one on
+    std::unique_ptr<std::atomic<char*>[]> m_segments;  // null where none was made
     std::atomic<std::uint32_t> m_count{0};             // pages given out
     boost::mutex m_mutex;                              // while a segment is made
     std::size_t m_fileSize = 0;                        // bytes reserved; under m_mutex

@@ -252,6 +252,15 @@ bool WdbCommonReader::isObjectTraced(unsigned int id) const {
 
 // --- Set-up. ---
 
+void WdbCommonReader::discardRecording() {
+    m_bTreeManager.setEventDatabase(nullptr);
+    m_bTreeManager.reset();
+    delete m_pEventDatabase;
+    m_pEventDatabase = nullptr;
+    m_stringMapDatabase.reset();
+    m_stringCache.clear();
+}
+
 void WdbCommonReader::setEventDatabase(WdbIEventBlockDatabase* database) {
     m_pEventDatabase = database;
     m_bTreeManager.setEventDatabase(database);

@@ -66,6 +66,9 @@ public:
     const std::string& getDrawingBTreeFilePath() const { return m_drawingBTreeFilePath; }
 
 protected:
+    /// Lets go of what is open: databases, trees and what was kept of them.
+    void discardRecording();
+
     WdbIEventBlockDatabase* m_pEventDatabase = nullptr;         // owned; null until set
     std::unique_ptr<WdbStringMapDatabase> m_stringMapDatabase;  // null where there is none
     WdbAddressBTreeManager m_bTreeManager;

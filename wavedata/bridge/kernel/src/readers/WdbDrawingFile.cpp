@@ -8,8 +8,8 @@
 #include <signal.h>
 #include <unistd.h>
 #include <boost/filesystem.hpp>
-#include <boost/thread/lock_guard.hpp>
-#include <boost/thread/mutex.hpp>
+
+#include "veld/OpenException.h"
 
 namespace Korvel {
 namespace {
@@ -72,17 +72,22 @@ std::string drawingFileDirectory(const std::string& wanted) {
 std::string makeDrawingFile(const std::string& directory, const std::string& wdbPath, int index,
                             const std::function<void(const std::string& path)>& make) {
     removeFilesLeftBehind(directory);
-    // The names of other processes differ, so that only this one's threads have to agree.
-    static boost::mutex naming;
-    const boost::lock_guard<boost::mutex> lock(naming);
     auto seconds = static_cast<unsigned int>(std::time(nullptr));
     for (;; ++seconds) {
         const fs::path path = fs::system_complete(
             fs::path(directory) / drawingFileName(wdbPath, index, ::getpid(), seconds));
-        boost::system::error_code error;
-        if (fs::exists(fs::symlink_status(path, error))) continue;
-        make(path.string());
-        return path.string();
+        const auto isTaken = [&path] {
+            boost::system::error_code error;
+            return fs::exists(fs::symlink_status(path, error));
+        };
+        if (isTaken()) continue;
+        try {
+            make(path.string());
+            return path.string();
+        } catch (const Veld::OpenException&) {
+            // Processes of two containers may have the same number.
+            if (!isTaken()) throw;
+        }
     }
 }
 

@@ -29,11 +29,13 @@ WdbStaticReader::~WdbStaticReader() = default;
 
 void WdbStaticReader::createReader(const std::string&, const std::string& wdbPath, int,
                                    const std::string& tmpDir) {
+    discardRecording();
     createDrawingBTreeTmpFile("", wdbPath, 0, tmpDir);
     m_fileManager.open(wdbPath);
-    loadEventDatabase();
-    loadObjectFilter();
+    std::unique_ptr<WdbIEventBlockDatabase> database = loadEventDatabase();
+    loadObjectFilter(database->getEventDatabaseHeader());
     loadStringMap();
+    setEventDatabase(database.release());
 }
 
 // File offset of a section; 0 where there is none.
@@ -45,7 +47,7 @@ long long WdbStaticReader::findSection(const char* id) const {
     }
 }
 
-void WdbStaticReader::loadEventDatabase() {
+std::unique_ptr<WdbIEventBlockDatabase> WdbStaticReader::loadEventDatabase() {
     const WdbFileBlockManager& store = m_fileManager.getBlockManager();
     const long long offset = findSection(WdbIEventBlockDatabase::SectionID);
     WdbEventDatabaseHeader header;
@@ -58,13 +60,12 @@ void WdbStaticReader::loadEventDatabase() {
                            "The wdb file does not contain event database.");
     }
     database->initialize(offset, false);
-    setEventDatabase(database.release());
+    return database;
 }
 
-void WdbStaticReader::loadObjectFilter() {
+void WdbStaticReader::loadObjectFilter(const WdbEventDatabaseHeader& header) {
     m_tracedObjects.clear();
     m_isObjectFilterActive = true;
-    const WdbEventDatabaseHeader& header = m_pEventDatabase->getEventDatabaseHeader();
     const long long count = header.addressMapSize;
     const long long offset = header.addressMapOffset;
     if (count < 1 || offset == 0) {

@@ -6,6 +6,8 @@
 
 namespace Korvel {
 
+struct WdbEventDatabaseHeader;
+
 /// Reads a recording on disk. It never changes once it is open; what only makes sense for a running
 /// simulation does nothing.
 class WdbStaticReader : public WdbCommonReader {
@@ -30,8 +32,8 @@ public:
 
 private:
     long long findSection(const char* id) const;
-    void loadEventDatabase();
-    void loadObjectFilter();
+    std::unique_ptr<WdbIEventBlockDatabase> loadEventDatabase();
+    void loadObjectFilter(const WdbEventDatabaseHeader& header);
     void loadStringMap();
 
     boost::mutex m_timeMarkMutex;  // handed out, never taken here
