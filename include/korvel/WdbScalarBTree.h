@@ -41,12 +41,11 @@ public:
     private:
         friend class WdbScalarBTree;
         Iterator(std::unique_ptr<WdbGapCursor> cursor, unsigned long long resolution,
-                 long long latestTime, long long endTime);
+                 long long endTime);
         void show();
 
         std::unique_ptr<WdbGapCursor> m_cursor;
         unsigned long long m_resolution;  // 0: every record
-        long long m_latestTime;
         long long m_endTime;
         bool m_isAtEnd = false;
         WdbTimeByteValue m_current;
@@ -82,7 +81,8 @@ public:
     /// a run: one dense record stands for all of it up to the first record that lasts longer, which
     /// follows as a single value. Finding the end of a run costs the same whatever its length.
     ///
-    /// @param latestTime  Up to where the newest record lasts.
+    /// @param latestTime  Up to where the newest record lasts. It shows its value however soon that
+    ///                    is, so that this changes nothing.
     /// @param endTime     Records after it are left out, and runs not followed; NoEndTime: no
     /// bound.
     /// @return never null; the caller deletes it.

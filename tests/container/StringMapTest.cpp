@@ -1,6 +1,5 @@
 #include <climits>
 #include <memory>
-#include <numeric>
 #include <random>
 #include <vector>
 
@@ -20,7 +19,6 @@ constexpr int TypeId = 5;
 constexpr long long Slot = 200;
 constexpr long long Header = Slot + 8;
 constexpr long long Node = Header + 16 + 48;
-constexpr long long NodeSize = 2416;
 
 class StringMap : public ::testing::Test {
 protected:
@@ -67,57 +65,40 @@ protected:
     std::unique_ptr<WdbStringMapDatabase> map;
 };
 
-TEST_F(StringMap, laysOutItsSection) {
-    for (const char* text : {"one", "", "three"})
-        map->addString(text);
-    const std::string file = close();
-    EXPECT_EQ(file.substr(Slot, 8 + 16 + 48),
-              fieldOf(Node) + fieldOf(TypeId) + fieldOf(1024) + fieldOf(Slot) +  //
-                  "WDB.StringMap" + std::string(11, '\0') + fieldOf(1ll) + fieldOf(Header) +
-                  fieldOf(16ll));
-    std::string node(NodeSize, '\0');
-    const auto blockSize = static_cast<int>(file.size() - Node - NodeSize);
-    node.replace(8, 8, fieldOf(Node + NodeSize)).replace(8 + 800, 8, fieldOf(1ll));
-    node.replace(8 + 1600, 4, fieldOf(blockSize)).replace(8 + 2000, 4, fieldOf(3));
-    EXPECT_EQ(file.substr(Node, NodeSize), node.replace(8 + 2400, 4, fieldOf(1)));
-
-    openFile();
-    WdbStringBlock block(1024);
-    map->getIterator().getStringBlock(block);
-    EXPECT_EQ(std::string(block.getText(0) - 12, 1024), fieldOf(1ll) + fieldOf(3) +
-                                                            std::string("one\0\0three\0", 11) +
-                                                            std::string(1024 - 12 - 11, '\0'));
+// Whole recordings are compared elsewhere; they have one type, and one section of strings.
+TEST_F(StringMap, isDescribedByItsHeaderAndReadWithoutANode) {
     ::testing::internal::CaptureStdout();
     map->dumpHeader();
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
               "databaseTypeId = 5\nstringBlockSize = 1024\nstringBlockFileOffset = 200\n");
+    const long long unregistered = map->createStringMapSection(TypeId, manager, false);
+    EXPECT_EQ(manager.getSections().size(), 1u) << "only the first is in the table";
+    const std::string before = close();
+    EXPECT_EQ(before.substr(Header, 16), fieldOf(TypeId) + fieldOf(1024) + fieldOf(Slot));
+    openFile();
+    reopen(false, unregistered);
+    EXPECT_EQ(get(1), "none");
+    EXPECT_EQ(close(), before);
 }
 
 // Strings of random lengths, looked up at once and at the end, in this and in later databases.
 TEST_F(StringMap, givesEveryStringBackByItsId) {
     std::mt19937 random(7);
     std::vector<std::string> model = {"none"};
-    EXPECT_EQ(get(1), "none");
-    for (int i = 0; i < 500; ++i) {
+    for (unsigned int i = 0; i < 500; ++i) {
         if (i % 200 == 150) reopen(true);
+        EXPECT_EQ(get(i + 1), "none");
         model.emplace_back(random() % (i % 3 == 0 ? 1011 : 30), static_cast<char>('a' + i % 26));
         ASSERT_EQ(map->addString(model.back()), i + 1);
-        const std::size_t id = model.size() - 1 - random() % std::min<std::size_t>(9, model.size());
-        if (i % 8 == 0) {
-            ASSERT_EQ(get(static_cast<unsigned int>(id)), model[id]);
-        }
+        const unsigned int earlier =
+            i + 1 - static_cast<unsigned int>(random()) % std::min(9u, i + 1);
+        ASSERT_EQ(get(earlier), model[earlier]);
     }
     openFile();
-    model.emplace_back("none");
-    for (std::size_t id = 0; id < model.size(); ++id)
-        ASSERT_EQ(get(static_cast<unsigned int>(id)), model[id]);
-    EXPECT_EQ(get(UINT_MAX), "none");
-    // The hundred and first block begins a node of its own.
-    ASSERT_GT(counts().size(), 101u);
-    const auto second = static_cast<std::size_t>(fieldAt<long long>(readFile(path), Node));
-    const std::vector<unsigned int> all = counts();
-    EXPECT_EQ(fieldAt<long long>(readFile(path), second + 8 + 800),
-              std::accumulate(all.begin(), all.begin() + 100, 1ll));
+    for (unsigned int id = 0; id <= 500; ++id)
+        ASSERT_EQ(get(id), model[id]);
+    EXPECT_EQ(get(501) + get(UINT_MAX), "nonenone");
+    EXPECT_GT(counts().size(), 101u) << "there is no second node";
 }
 
 TEST_F(StringMap, fillsBlocksToTheLastByteButOne) {
@@ -142,16 +123,6 @@ TEST_F(StringMap, fillsBlocksToTheLastByteButOne) {
     }
 }
 
-TEST_F(StringMap, isReadWithoutWritingAlsoWhereItHasNoNode) {
-    const long long unregistered = map->createStringMapSection(TypeId, manager, false);
-    EXPECT_EQ(manager.getSections().size(), 1u) << "only the first is in the table";
-    const std::string before = close();
-    openFile();
-    reopen(false, unregistered);
-    EXPECT_EQ(get(1), "none");
-    EXPECT_EQ(close(), before);
-}
-
 TEST_F(StringMap, survivesDamage) {
     for (int i = 0; i < 14; ++i)
         map->addString(std::string(400, static_cast<char>('a' + i)));
@@ -169,7 +140,6 @@ TEST_F(StringMap, survivesDamage) {
         {"blocksWithoutRoom", Header, (12ll << 32) + 5, damaged},
         {"slotBeyondTheEnd", Header + 8, 1ll << 62, damaged},
         {"slotNegative", Header + 8, -8, damaged},
-        {"headNegative", Slot, -8, ""},
         {"blockBeyondTheEnd", Node + 8 + 2 * 8, 1ll << 62, "abcdghijklmn"},
         {"blockElsewhere", Node + 8 + 2 * 8, Node, "abcdghijklmn"},
         {"firstIdLowest", Node + 808 + 2 * 8, LLONG_MIN, "abcdghijklmn"},

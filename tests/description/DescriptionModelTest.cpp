@@ -31,20 +31,18 @@ struct Node {
 template <class Condition>
 Ids idsWhere(const std::vector<Node>& nodes, Condition condition) {
     Ids ids;
-    for (std::uint32_t id = 0; id < nodes.size(); ++id) {
+    for (std::uint32_t id = 0; id < nodes.size(); ++id)
         if (condition(nodes[id])) ids.push_back(id);
-    }
     return ids;
 }
 
 // A design as its description and as plain lists, whose answers come from walking over everything.
 struct RandomDesign {
     explicit RandomDesign(unsigned int seed) : random(seed) {
-        for (std::uint32_t left = 5 + below(120); left > 0; --left) {
+        for (std::uint32_t left = 5 + below(120); left > 0; --left)
             below(3) == 0 ? addScope() : addObject();
-        }
         for (int i = 0; i < 20 && !scopes.empty() && !objects.empty(); ++i)
-            addAttributes("note", i);
+            addAttributes(i);
     }
 
     std::uint32_t below(std::size_t end) { return random() % static_cast<std::uint32_t>(end); }
@@ -83,14 +81,14 @@ struct RandomDesign {
     }
 
     // In an order that has nothing to do with the owners'.
-    void addAttributes(const char* text, int number) {
+    void addAttributes(int number) {
         const ScopeId scope = below(scopes.size());
         const ObjectId object = below(objects.size());
-        const auto attribute = ::testing::FieldsAre(AttributeKind::Comment, text, number, 0);
+        const auto attribute = ::testing::FieldsAre(AttributeKind::Comment, "note", number, 0);
         scopes[scope].attributes.emplace_back(attribute);
         objects[object].attributes.emplace_back(attribute);
-        writer.addScopeAttribute(scope, AttributeKind::Comment, text, number);
-        writer.addObjectAttribute(object, AttributeKind::Comment, text, number);
+        writer.addScopeAttribute(scope, AttributeKind::Comment, "note", number);
+        writer.addObjectAttribute(object, AttributeKind::Comment, "note", number);
     }
 
     void expectLists(const DesignDescription& description, ScopeId scope) const {

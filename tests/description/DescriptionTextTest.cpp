@@ -155,9 +155,7 @@ TEST(Vocabulary, readsBackEveryWord) {
     expectReadBack(parseVariableKind, VariableKind::SystemC);
     expectReadBack(parseDirection, Direction::Linkage);
     EXPECT_EQ(parseScopeKind("VHDL_Architecture"), ScopeKind::VhdlArchitecture);
-    EXPECT_EQ(parseVariableKind("trireg"), VariableKind::TriReg);
     EXPECT_EQ(parseVariableKind("std_logic_vector"), VariableKind::StdLogicVector);
-    EXPECT_EQ(parseVariableKind("shortreal"), VariableKind::ShortReal);
 }
 
 TEST(Vocabulary, spellsAndReadsTimeUnitsAndRanges) {

@@ -133,7 +133,7 @@ TEST_P(BlockSearch, answersAsAModelDoes) {
     constexpr long long Far = 1LL << 61;
     search.getValues(Most, {{Far, 31}, {-Far, 2000000000}, {Far, -1}}, values);
     EXPECT_EQ(values[0].type + values[1].type + values[2].type, WdbByteValue::NoValue * 3);
-    EXPECT_EQ(search.getNextChange(-Most, {{Most, 31}}), -1);
+    EXPECT_EQ(search.getNextChange(-Most, {{Far, 31}}), -1);
 }
 
 // The events that going through the blocks in order finds are the truth, also where a damaged block

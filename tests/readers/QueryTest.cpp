@@ -117,7 +117,7 @@ const RangeCase RangeCases[] = {
      0,
      30,
      5,
-     "1:~a 2:ba 9:b~ 10:ba 20:b~"},
+     "1:~a 2:ba 9:b~ 10:ba 20:bb"},
     {"negativeResolutionShowsAll", {{{1, 'a'}, {2, 'b'}}}, 0, 30, -7, "1:a 2:b"},
 };
 

@@ -68,7 +68,7 @@ const TextCase TextCases[] = {
     {Vhdl, 1, "", Radix::Default, "-", VariableKind::Enum},
     {SystemC, 12, "101000001111", Radix::Default, "a0f"},
     {Real, 64, "1e-09", Radix::Default, "1e-09"},
-    {Real, 64, "-2", Radix::Hexadecimal, "c000000000000000"},
+    {Real, 64, "-2", Radix::Hexadecimal, "-2"},
 };
 
 TEST(ValueFormat, spellsValues) {

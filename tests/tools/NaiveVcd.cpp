@@ -1,6 +1,7 @@
 #include "tests/tools/NaiveVcd.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -9,15 +10,9 @@
 namespace Korvel {
 namespace {
 
-std::string upper(std::string text) {
+std::string converted(std::string text, int (*convert)(int)) {
     for (char& c : text)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return text;
-}
-
-std::string lower(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        c = static_cast<char>(convert(static_cast<unsigned char>(c)));
     return text;
 }
 
@@ -27,11 +22,11 @@ std::string unescape(const std::string& text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] != '\\') {
             plain += text[i];
-        } else if (std::isdigit(static_cast<unsigned char>(text[i + 1])) != 0) {
-            plain += static_cast<char>(std::stoi(text.substr(i + 1, 3), nullptr, 8));
-            i += 3;
+        } else if (std::isdigit(static_cast<unsigned char>(text[++i])) != 0) {
+            plain += static_cast<char>(std::stoi(text.substr(i, 3), nullptr, 8));
+            i += 2;
         } else {
-            plain += text[++i];
+            plain += text[i];
         }
     }
     return plain;
@@ -89,11 +84,11 @@ NaiveVcd::History NaiveVcd::historyOf(const Variable& variable) const {
     for (const Variable& it : variables) {
         if (it.code == variable.code) width = std::max(width, it.width);
     }
-    const auto isVhdl = [](const auto& change) {
-        return change.second[0] != 's' && change.second[0] != 'r' &&
-               change.second.find_first_of("uUwWlLhH-") != std::string::npos;
-    };
-    const bool hasNineStates = std::any_of(found->second.begin(), found->second.end(), isVhdl);
+    const bool hasNineStates =
+        std::any_of(found->second.begin(), found->second.end(), [](const auto& change) {
+            return std::string("sr").find(change.second[0]) == std::string::npos &&
+                   change.second.find_first_of("uUwWlLhH-") != std::string::npos;
+        });
     History history;
     int triggers = 0;
     for (const auto& [time, text] : found->second) {
@@ -107,7 +102,7 @@ NaiveVcd::History NaiveVcd::historyOf(const Variable& variable) const {
         } else {
             const std::string digits = widened(kind == 'b' ? text.substr(1) : text, width);
             const std::string mine = digits.substr(digits.size() - variable.width);
-            history.emplace_back(time, hasNineStates ? upper(mine) : lower(mine));
+            history.emplace_back(time, converted(mine, hasNineStates ? ::toupper : ::tolower));
         }
     }
     return history;

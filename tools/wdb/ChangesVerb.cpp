@@ -98,7 +98,8 @@ void addChangesVerb(CLI::App& tool) {
     verb->add_option("--to", options->to, "Last time");
     verb->add_option("--resolution", options->resolution,
                      "Show changes of a bit that are closer together than this time as ...");
-    verb->add_option("--limit", options->limit, "Most lines to print");
+    verb->add_option("--limit", options->limit, "Most lines to print")
+        ->check(CLI::NonNegativeNumber);
     verb->footer(
         "Example: wdb changes run.wdb --from 1us --to 2us top.cpu.pc 'top.uart.*'\n"
         "The values in effect at the first time come first.");

@@ -139,7 +139,8 @@ void addDumpVerb(CLI::App& tool) {
         "Without one, all blocks and events are printed as they are stored");
     verb->add_option("--from", options->from, "First time: 120ns, 1.5us, or in units of the file");
     verb->add_option("--to", options->to, "Last time");
-    verb->add_option("--limit", options->stored.limit, "Most lines to print (blocks, with --raw)");
+    verb->add_option("--limit", options->stored.limit, "Most lines to print (blocks, with --raw)")
+        ->check(CLI::NonNegativeNumber);
     CLI::Option* blocks = verb->add_flag("--blocks", options->hasOnlyBlocks, "Only the blocks");
     CLI::Option* events = verb->add_flag("--events", options->hasOnlyEvents, "Only the events");
     CLI::Option* address = verb->add_option("--address", options->stored.address,

@@ -17,11 +17,13 @@ Interrupt::Interrupt() {
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, &m_oldInterrupt);
     sigaction(SIGTERM, &action, &m_oldTermination);
+    sigaction(SIGHUP, &action, &m_oldHangup);
 }
 
 Interrupt::~Interrupt() {
     sigaction(SIGINT, &m_oldInterrupt, nullptr);
     sigaction(SIGTERM, &m_oldTermination, nullptr);
+    sigaction(SIGHUP, &m_oldHangup, nullptr);
 }
 
 bool Interrupt::acknowledge() {

@@ -4,8 +4,8 @@
 
 namespace Korvel {
 
-/// While one lives, SIGINT and SIGTERM only set a flag, so that a verb that writes a file can
-/// finish it. System calls that wait are interrupted, not restarted. A third signal ends the
+/// While one lives, SIGINT, SIGTERM and SIGHUP only set a flag, so that a verb that writes a file
+/// can finish it. System calls that wait are interrupted, not restarted. A third signal ends the
 /// process in the usual way, should the verb not get to look. One at a time.
 class Interrupt {
 public:
@@ -27,6 +27,7 @@ private:
 
     struct sigaction m_oldInterrupt {};
     struct sigaction m_oldTermination {};
+    struct sigaction m_oldHangup {};
 };
 
 }  // namespace Korvel

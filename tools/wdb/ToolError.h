@@ -29,5 +29,6 @@ struct ToolExit {
 constexpr int ExitFailure = 1;
 constexpr int ExitWrongUsage = 2;
 constexpr int ExitInterrupted = 130;  // 128 + SIGINT, as shells count it
+constexpr int ExitBrokenPipe = 141;   // 128 + SIGPIPE
 
 }  // namespace Korvel

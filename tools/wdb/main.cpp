@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <system_error>
 
 namespace {
 
@@ -31,6 +32,12 @@ int run(CLI::App& tool, int argc, char** argv, bool& isTimed) {
         return tool.exit(error) == 0 ? 0 : Korvel::ExitWrongUsage;
     } catch (const Korvel::ToolExit& exit) {
         return exit.status;
+    } catch (const std::system_error& error) {
+        // Whoever read what we print has seen enough. We leave in order all the same, without our
+        // temporary file.
+        if (error.code() == std::errc::broken_pipe) return Korvel::ExitBrokenPipe;
+        fmt::print(stderr, "wdb: {}\n", error.what());
+        return Korvel::ExitFailure;
     } catch (const std::exception& error) {
         fmt::print(stderr, "wdb: {}\n", error.what());
         return Korvel::ExitFailure;
@@ -48,6 +55,7 @@ int main(int argc, char** argv) {
     const Korvel::WdbRunTime begin = Korvel::getRunTime();
     // A file that may not grow further is an error like a full disk, not the end at once.
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
     CLI::App tool{"Records, shows and checks wave databases of HDL simulations.", "wdb"};
     tool.require_subcommand(1);
     bool isTimed = false;

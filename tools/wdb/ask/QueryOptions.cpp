@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 namespace Korvel {
@@ -13,7 +14,7 @@ void QueryOptions::addTo(CLI::App& verb) {
     verb.add_option("FILE", file, "The recording")->required();
     verb.add_option_function<std::string>(
             "-r,--radix", [this](const std::string& name) { radix = radixNames().at(name); },
-            "How vectors are shown")
+            "How vectors are shown; x, z, X and Z stand for digits that are not known")
         ->check(CLI::IsMember(radixNames()))
         ->option_text("bin|oct|dec|sdec|hex|ascii|real");
     verb.add_flag("--json", isJson, "Print one JSON object a line");
@@ -33,6 +34,7 @@ std::size_t nameColumn(const std::vector<ViewedObject>& objects) {
 
 void finishOutput() {
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        if (errno == EPIPE) throw ToolExit{ExitBrokenPipe};
         throw ToolError::fromErrno("standard output", "cannot write");
     }
 }

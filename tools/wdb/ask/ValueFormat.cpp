@@ -72,8 +72,12 @@ std::string inDecimal(std::string digits, bool isSigned) {
     return text;
 }
 
-// In quotes, with everything that could not be printed in one line as a backslash sequence.
-std::string quoted(std::string_view text) {
+constexpr unsigned char LastAscii = 0x7E;
+constexpr unsigned char LastByte = 0xFF;  // a text may be of any alphabet
+
+// In quotes, with everything that could not be printed in one line, or is behind @p last, as a
+// backslash sequence.
+std::string quoted(std::string_view text, unsigned char last = LastByte) {
     std::string out = "\"";
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
@@ -82,7 +86,7 @@ std::string quoted(std::string_view text) {
             out += c;
         } else if (c == '\n') {
             out += "\\n";
-        } else if (byte < ' ' || byte == 0x7F) {
+        } else if (byte < ' ' || byte == 0x7F || byte > last) {
             out += fmt::format("\\x{:02x}", byte);
         } else {
             out += c;
@@ -105,7 +109,7 @@ std::string inCharacters(const std::string& digits) {
         if (!std::all_of(group.begin(), group.end(), isKnown)) byte = '?';
         if (byte != 0 || !text.empty()) text += static_cast<char>(byte);
     }
-    return quoted(text);
+    return quoted(text, LastAscii);
 }
 
 // The vector as the pattern of a floating-point number; empty where none is so wide.
@@ -157,7 +161,8 @@ std::string inRadix(const std::string& digits, Radix radix, bool isNineState) {
         case Radix::SignedDecimal:
             if (!areKnown) return {unknownLetter(digits, isNineState)};
             if (digits.size() > WidestDecimal) break;
-            return inDecimal(digits, radix == Radix::SignedDecimal);
+            // One bit is a truth, not a number from -1 to 0.
+            return inDecimal(digits, radix == Radix::SignedDecimal && digits.size() > 1);
         case Radix::Ascii:
             return inCharacters(digits);
         case Radix::Real:
@@ -168,16 +173,6 @@ std::string inRadix(const std::string& digits, Radix radix, bool isNineState) {
             break;
     }
     return inGroups(digits, BitsOfHexadecimal, isNineState);
-}
-
-bool isPowerOfTwo(Radix radix) {
-    return radix == Radix::Binary || radix == Radix::Octal || radix == Radix::Hexadecimal;
-}
-
-std::string bitsOfNumber(const std::uint8_t* bytes) {
-    std::uint64_t number = 0;
-    std::memcpy(&number, bytes, sizeof number);
-    return fmt::format("{:064b}", number);
 }
 
 }  // namespace
@@ -227,14 +222,12 @@ std::string ValueFormat::text(const ViewedObject& viewed, const ViewedValue& val
 std::string ValueFormat::knownText(const ViewedObject& viewed, const ViewedValue& value) const {
     const ObjectView& object = viewed.object;
     if (!viewed.hasDigits) {
-        if (object.representation == ValueRepresentation::Real && isPowerOfTwo(m_radix)) {
-            return inRadix(bitsOfNumber(value.bytes.data()), m_radix, false);
-        }
         const std::string text = plainText(viewed, value);
         return object.representation == ValueRepresentation::String ? quoted(text) : text;
     }
     const std::string digits = this->digits(viewed, value);
     const bool isNineState = object.representation == ValueRepresentation::VhdlEnumeration;
+    if (isNineState && digits.size() == 1) return digits;  // its letter says more than a number
     if (m_radix != Radix::Default) return inRadix(digits, m_radix, isNineState);
     if (object.type != NoType && !isNineState) {
         std::string literal = plainText(viewed, value);

@@ -4,7 +4,10 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstddef>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace Korvel {
@@ -43,6 +46,13 @@ void VcdOutput::close() {
 }
 
 void VcdOutput::fail() const {
+    const int reason = errno;
+    // Half a file would look like a whole one. A device is not ours to remove.
+    std::error_code ignored;
+    if (!isStandardOutput() && std::filesystem::is_regular_file(m_name, ignored))
+        std::filesystem::remove(m_name, ignored);
+    errno = reason;
+    if (reason == EPIPE) throw ToolExit{ExitBrokenPipe};
     throw ToolError::fromErrno(m_name, "cannot write");
 }
 

@@ -12,7 +12,9 @@
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <limits>
+#include <system_error>
 
 namespace Korvel {
 
@@ -24,7 +26,9 @@ bool isTooLargeTime(const std::string& text, const std::optional<TimeUnit>& unit
         return std::isdigit(static_cast<unsigned char>(c)) != 0 || c == '.';
     };
     const auto end = std::find_if_not(text.begin(), text.end(), isOfNumber);
-    const bool isNumber = std::count(text.begin(), end, '.') <= 1 && end != text.begin();
+    // A fraction of the base unit is no time, however small.
+    const auto points = std::count(text.begin(), end, '.');
+    const bool isNumber = points <= (end == text.end() ? 0 : 1) && end != text.begin();
     return isNumber && Korvel::parseTime("1" + std::string(end, text.end()), unit).has_value();
 }
 
@@ -33,10 +37,15 @@ bool isTooLargeTime(const std::string& text, const std::optional<TimeUnit>& unit
 ViewedRecording::ViewedRecording(const std::string& file)
     : m_file(file),
       m_reader(WdbEventReaderFactory::getInstance().create(WdbEventReaderFactory::STATIC_READER)) {
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    if (std::filesystem::is_fifo(status) || std::filesystem::is_socket(status)) {
+        throw ToolError(file, "is no ordinary file");  // and would keep us waiting
+    }
     try {
         m_reader->createReader("", file, 0, "");
-    } catch (const Veld::OpenException& error) {
-        throw ToolError(file, error.what());
+    } catch (const Veld::OpenException& failure) {
+        throw ToolError(file, failure.what());
     }
     readDescription();
 }

@@ -114,10 +114,9 @@ bool WdbGapCursor::findNextTime(long long& time) const {
     return true;
 }
 
-unsigned long long WdbGapCursor::getGap(long long latestTime) const {
+bool WdbGapCursor::isFollowedWithin(unsigned long long gap, long long end) const {
     long long nextTime = 0;
-    if (!findNextTime(nextTime)) nextTime = std::max(latestTime, getTime());
-    return timeBetween(getTime(), nextTime);
+    return findNextTime(nextTime) && nextTime <= end && timeBetween(getTime(), nextTime) < gap;
 }
 
 void WdbGapCursor::skipRun(unsigned long long gap, long long end) {

@@ -21,9 +21,8 @@ public:
 
     void next();
 
-    /// Time from this record to the next one; to @p latestTime from the newest, 0 where that lies
-    /// before it.
-    unsigned long long getGap(long long latestTime) const;
+    /// Whether the next record follows after less than @p gap and at or before @p end.
+    bool isFollowedWithin(unsigned long long gap, long long end) const;
 
     /// Moves to the first record, from this one on, that is followed by a gap of at least @p gap,
     /// but not beyond the newest record or the last one at or before @p end.

@@ -12,12 +12,8 @@ namespace Korvel {
 // --- Dense runs. ---
 
 WdbScalarBTree::Iterator::Iterator(std::unique_ptr<WdbGapCursor> cursor,
-                                   unsigned long long resolution, long long latestTime,
-                                   long long endTime)
-    : m_cursor(std::move(cursor)),
-      m_resolution(resolution),
-      m_latestTime(latestTime),
-      m_endTime(endTime) {
+                                   unsigned long long resolution, long long endTime)
+    : m_cursor(std::move(cursor)), m_resolution(resolution), m_endTime(endTime) {
     show();
 }
 
@@ -26,12 +22,10 @@ WdbScalarBTree::Iterator::~Iterator() = default;
 WdbScalarBTree::Iterator& WdbScalarBTree::Iterator::operator++() {
     if (m_isAtEnd) return *this;
     if (m_current.type == WdbByteValue::DenseValue) {
+        // The run's last record shows its value, however soon the window or the recording ends.
         m_cursor->skipRun(m_resolution, m_endTime);
-        // The run's last record shows its value, however soon the next run or the end follows.
-        if (m_cursor->getTime() != m_current.time) {
-            m_current = {m_cursor->getTime(), WdbByteValue::SingleValue, m_cursor->getValue()};
-            return *this;
-        }
+        m_current = {m_cursor->getTime(), WdbByteValue::SingleValue, m_cursor->getValue()};
+        return *this;
     }
     m_cursor->next();
     show();
@@ -43,7 +37,7 @@ void WdbScalarBTree::Iterator::show() {
     if (m_cursor->isAtEnd() || m_cursor->getTime() > m_endTime) {
         m_isAtEnd = true;
         m_current = {};
-    } else if (m_resolution > 0 && m_cursor->getGap(m_latestTime) < m_resolution) {
+    } else if (m_resolution > 0 && m_cursor->isFollowedWithin(m_resolution, m_endTime)) {
         m_current = {m_cursor->getTime(), WdbByteValue::DenseValue, 0};
     } else {
         m_current = {m_cursor->getTime(), WdbByteValue::SingleValue, m_cursor->getValue()};
@@ -74,13 +68,13 @@ long long WdbScalarBTree::getLastValueTime() const {
     return m_records->getLastTime();
 }
 
-WdbScalarBTree::Iterator* WdbScalarBTree::find(long long time, long long resolution,
-                                               long long latestTime, long long endTime) const {
+WdbScalarBTree::Iterator* WdbScalarBTree::find(long long time, long long resolution, long long,
+                                               long long endTime) const {
     auto cursor = std::make_unique<WdbGapCursor>(*m_records);
     cursor->seek(time);
-    return new Iterator(
-        std::move(cursor), resolution > 0 ? static_cast<unsigned long long>(resolution) : 0,
-        latestTime, endTime == NoEndTime ? std::numeric_limits<long long>::max() : endTime);
+    return new Iterator(std::move(cursor),
+                        resolution > 0 ? static_cast<unsigned long long>(resolution) : 0,
+                        endTime == NoEndTime ? std::numeric_limits<long long>::max() : endTime);
 }
 
 }  // namespace Korvel
