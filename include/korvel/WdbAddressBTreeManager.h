@@ -65,6 +65,10 @@ public:
     /// there on, without indexes; -1 when there is none.
     long long getNextChange(long long time, const std::vector<WdbScalar>& scalars);
 
+    /// Whether an answer so far may lack changes, or show values that are too old, because a part
+    /// of the recording could not be read.
+    bool hasMetDamage() const;
+
     bool hasAtLeastOneBtree() const;
 
     /// Gives an event to the trees that it concerns, at once or with flushEvents(), which comes

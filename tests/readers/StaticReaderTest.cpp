@@ -188,20 +188,34 @@ TEST(DrawingFile, isNamedAfterTheRecordingAndItsProcess) {
     before != nullptr ? ::setenv("TMPDIR", saved.c_str(), 1) : ::unsetenv("TMPDIR");
 }
 
-// One damaged list takes nothing from the other buckets.
+// One damaged list takes nothing from the other buckets, and does not go unsaid.
 TEST_F(StaticReader, answersFromTheBucketsThatAreSound) {
     for (int i = 0; i < 3000; ++i) {
         file.write(i, 10, i % 2 == 0 ? "a" : "b");
         file.write(i, 4097, i % 2 == 0 ? "a" : "b");
     }
     file.close();
-    const std::string bytes = readFile(file.path);
-    const auto firstNode = fieldAt<long long>(bytes, EventFile::Table);
-    damage<long long>(file.path, static_cast<std::size_t>(firstNode) + 8, 3);
-    open();
-    const auto trees = reader.getBTreeManager().getBTrees({{10}, {4097}});
-    EXPECT_LT(trees[0]->getRecordCount(), 3000);
-    EXPECT_EQ(trees[1]->getRecordCount(), 3000);
+    const std::string sound = readFile(file.path);
+    const auto node = static_cast<std::size_t>(fieldAt<long long>(sound, EventFile::Table));
+    constexpr std::size_t FirstBlock = 8;  // behind the handle of the next node
+    for (const std::size_t place :
+         {static_cast<std::size_t>(EventFile::Table), node, node + FirstBlock}) {
+        writeFile(file.path, sound);
+        damage<long long>(file.path, place, 1LL << 40);
+        open();
+        WdbAddressBTreeManager& manager = reader.getBTreeManager();
+        std::vector<WdbByteValue> values;
+        manager.getValues(2999, {{4097}}, values);
+        EXPECT_EQ(values[0].value, 'b');
+        EXPECT_FALSE(manager.hasMetDamage()) << place;
+        manager.getValues(1, {{10}}, values);
+        EXPECT_TRUE(manager.hasMetDamage()) << place;
+        open();
+        EXPECT_EQ(manager.getBTrees({{4097}}).front()->getRecordCount(), 3000);
+        EXPECT_FALSE(manager.hasMetDamage());
+        manager.getBTrees({{10}});
+        EXPECT_TRUE(manager.hasMetDamage()) << place;
+    }
 }
 
 TEST(ReaderFactory, knowsItsTypes) {

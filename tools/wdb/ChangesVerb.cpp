@@ -85,6 +85,7 @@ void runChanges(const ChangesOptions& options) {
         if (Interrupt::isRequested()) throw ToolExit{ExitInterrupted};
     }
     finishOutput();
+    recording.throwIfDamaged();
 }
 
 }  // namespace

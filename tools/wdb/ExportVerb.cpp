@@ -71,7 +71,7 @@ void runExport(const ExportOptions& options) {
     }
     output.close();
     printSummary(options, recording, result);
-    if (!result.isInterrupted) return;
+    if (!result.isInterrupted) return recording.throwIfDamaged();
     fmt::print(stderr, "wdb: {}: interrupted, exported up to {}\n", options.output,
                recording.formatTime(result.endTime));
     throw ToolExit{ExitInterrupted};

@@ -160,6 +160,7 @@ void runPlot(const PlotOptions& options) {
     file.put(svgDocument(picture));
     file.close();
     if (output != "-") printSummary(options, picture, output);
+    recording.throwIfDamaged();
 }
 
 }  // namespace

@@ -51,6 +51,7 @@ void runValue(const ValueOptions& options) {
     }
     printValues(recording, options.query, time, objects);
     finishOutput();
+    recording.throwIfDamaged();
 }
 
 }  // namespace

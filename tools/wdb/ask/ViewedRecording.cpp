@@ -107,6 +107,12 @@ std::vector<WdbScalarBTree*> ViewedRecording::makeTrees(
     throw ToolExit{ExitInterrupted};
 }
 
+void ViewedRecording::throwIfDamaged() const {
+    if (!m_reader->getBTreeManager().hasMetDamage()) return;
+    throw ToolError(m_file,
+                    "damaged: changes are missing, values may be too old; 'wdb verify' says where");
+}
+
 TimeRange timeRange(const ViewedRecording& recording, const std::string& from,
                     const std::string& to) {
     TimeRange range{0, recording.latestTime()};

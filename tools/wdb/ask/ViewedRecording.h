@@ -44,6 +44,10 @@ public:
     /// Throws ToolExit where an Interrupt that the caller keeps is requested meanwhile.
     std::vector<WdbScalarBTree*> makeTrees(const std::vector<WdbScalar>& scalars) const;
 
+    /// Throws ToolError where what was asked of the recording met a part that cannot be read. To be
+    /// called last: what could be read is the answer all the same.
+    void throwIfDamaged() const;
+
 private:
     struct Free {
         void operator()(unsigned char* bytes) const { std::free(bytes); }

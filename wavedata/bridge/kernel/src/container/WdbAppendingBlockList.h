@@ -76,6 +76,7 @@ public:
     long long getLastRecord() const { return m_lastRecord; }
     const Node& getCurrentNode() const { return m_chain.getLastNode(); }
     const std::vector<long long>& getNodes() const { return m_chain.getNodes(); }
+    bool isCut() const { return m_chain.isCut(); }
 
     /// Walks the stored nodes; call settle() before where the newest entries matter.
     Walker walk() const { return Walker(*m_pStore, getFirstNode()); }

@@ -130,7 +130,7 @@ template <typename Node>
 class WdbNodeWalker {
 public:
     WdbNodeWalker(const WdbIBlockManager& store, long long firstNode)
-        : m_pStore(&store), m_pCheck(WdbIHandleCheck::of(store)) {
+        : m_pStore(&store), m_pCheck(WdbIHandleCheck::of(store)), m_named(firstNode) {
         if (mayFollow(firstNode)) load(firstNode);
     }
 
@@ -143,6 +143,9 @@ public:
         return isAtNode() && mayFollow(m_node.m_next) &&
                (m_pCheck == nullptr || m_node.m_next > m_handle);
     }
+
+    /// Whether a node is named that cannot be read: the chain is damaged here.
+    bool isCut() const { return (isAtNode() ? m_node.m_next : m_named) != 0 && !hasNext(); }
 
     /// Moves to the next node. False, and no move, when there is none.
     bool next() {
@@ -164,6 +167,7 @@ private:
     const WdbIBlockManager* m_pStore;
     const WdbIHandleCheck* m_pCheck;  // null where handles come from this process alone
     Node m_node;
+    long long m_named;       // the chain's first node as its owner names it
     long long m_handle = 0;  // 0 while there is no node at all
 };
 
@@ -237,15 +241,20 @@ public:
     /// can unless they are damaged.
     const std::vector<long long>& getNodes() const { return m_nodes; }
 
+    /// Whether nodes are missing because the chain is damaged.
+    bool isCut() const { return m_isCut; }
+
 private:
     // From the last node known, or the first.
     void walkOn(long long node) {
         WdbNodeWalker<Node> walker(*m_pStore, node);
+        m_isCut = walker.isCut();
         if (!walker.isAtNode()) return;
         if (m_nodes.empty()) m_nodes.push_back(node);
         while (walker.next())
             m_nodes.push_back(walker.handle());
         m_last = walker.node();
+        m_isCut = walker.isCut();
     }
 
     static long long addNode(WdbIBlockManager& store, const Node& node) {
@@ -256,6 +265,7 @@ private:
     std::vector<long long> m_nodes;  // handles; the last is where m_last is stored
     Node m_last;                     // entries are appended here
     bool m_dirty = false;            // m_last is newer than the store
+    bool m_isCut = false;            // a node is named behind the last one that could be read
 };
 
 }  // namespace Korvel

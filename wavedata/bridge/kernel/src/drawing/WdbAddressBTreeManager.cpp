@@ -60,7 +60,7 @@ public:
 
     std::vector<WdbScalar> findMissing(const std::vector<WdbScalar>& scalars);
     bool makeMissing(const std::vector<WdbScalar>& missing, const Progress& progress);
-    bool scan(const std::vector<WdbScalarBTree*>& toFill, const Progress& progress) const;
+    bool scan(const std::vector<WdbScalarBTree*>& toFill, const Progress& progress);
     void publish(Trees made);
     Lock lockDatabase() const { return writeLock != nullptr ? Lock(*writeLock) : Lock(); }
     void applyBuffer();
@@ -86,6 +86,7 @@ public:
     long long appliedTime = NoTime;  // of the newest event that came from the buffer
     long long toldTime = NoTime;     // the same when listeners were told last
     std::atomic<bool> hasTrees{false};
+    std::atomic<bool> isDamaged{false};
 
     std::unique_ptr<BTreeEventDispatcher> dispatcher;  // null until it is used; goes first
 };
@@ -154,7 +155,7 @@ bool WdbAddressBTreeManager::Impl::makeMissing(const std::vector<WdbScalar>& mis
 }
 
 bool WdbAddressBTreeManager::Impl::scan(const std::vector<WdbScalarBTree*>& toFill,
-                                        const Progress& progress) const {
+                                        const Progress& progress) {
     const WdbEventDatabaseHeader& header = database->getEventDatabaseHeader();
     const bool isOneBucket = header.databaseTypeId == WdbEventBlockDatabaseFactory::SingleBucket;
     const auto perBucket = static_cast<long long>(header.addressesPerBucket);
@@ -183,7 +184,9 @@ bool WdbAddressBTreeManager::Impl::scan(const std::vector<WdbScalarBTree*>& toFi
         buckets = database->getEventBlockDatabaseIterator(ends);
         if (!buckets.empty()) scan.add(buckets, cells.emplace_back(trees));
     }
-    return scan.run(std::max(1U, boost::thread::hardware_concurrency()), progress);
+    const bool isDone = scan.run(std::max(1U, boost::thread::hardware_concurrency()), progress);
+    if (scan.isDamaged()) isDamaged = true;
+    return isDone;
 }
 
 void WdbAddressBTreeManager::Impl::publish(Trees made) {
@@ -212,6 +215,7 @@ void WdbAddressBTreeManager::getValues(long long time, const std::vector<WdbScal
     const Impl::Lock write = m_impl->lockDatabase();
     if (!m_impl->search) m_impl->search = std::make_unique<WdbBlockSearch>(*m_impl->database);
     m_impl->search->getValues(time, scalars, values);
+    if (m_impl->search->isDamaged()) m_impl->isDamaged = true;
 }
 
 long long WdbAddressBTreeManager::getNextChange(long long time,
@@ -220,7 +224,13 @@ long long WdbAddressBTreeManager::getNextChange(long long time,
     if (m_impl->database == nullptr) return -1;
     const Impl::Lock write = m_impl->lockDatabase();
     if (!m_impl->search) m_impl->search = std::make_unique<WdbBlockSearch>(*m_impl->database);
-    return m_impl->search->getNextChange(time, scalars);
+    const long long change = m_impl->search->getNextChange(time, scalars);
+    if (m_impl->search->isDamaged()) m_impl->isDamaged = true;
+    return change;
+}
+
+bool WdbAddressBTreeManager::hasMetDamage() const {
+    return m_impl->isDamaged;
 }
 
 // --- Events as they are recorded. ---
@@ -319,6 +329,7 @@ void WdbAddressBTreeManager::reset() {
     // One that registered anew since listens to trees that are about to go.
     if (dispatcher != nullptr) dispatcher->forgetTrees();
     m_impl->hasTrees = false;
+    m_impl->isDamaged = false;
     m_impl->cells = WdbScalarCells({});
     m_impl->buffer.clear();
     m_impl->appliedTime = m_impl->toldTime = Impl::NoTime;

@@ -113,7 +113,8 @@ class WdbBlockSearch::Bucket {
 public:
     // @param first,last  The wanted bytes that the bucket is for.
     Bucket(WdbIEventBlockDatabase::IteratorPtr blocks, const WdbIEventBlockDatabase& database,
-           const WdbWantedBytes& wanted, std::size_t first, std::size_t last)
+           const WdbWantedBytes& wanted, std::size_t first, std::size_t last,
+           std::atomic<bool>& isDamaged)
         : m_blocks(std::move(blocks)),
           m_blockSize(database.getEventDatabaseHeader().eventBlockSize),
           m_pWanted(&wanted),
@@ -121,7 +122,10 @@ public:
           m_last(last),
           m_blockTime(static_cast<double>(database.getLatestTime()) /
                       static_cast<double>(std::max<std::size_t>(getBlockCount(), 1))),
-          m_block(m_blockSize, 0) {}
+          m_block(m_blockSize, 0),
+          m_pIsDamaged(&isDamaged) {
+        if (m_blocks->isCut()) *m_pIsDamaged = true;
+    }
 
     void moveTo(long long time);
     void takeValues(WdbByteStates& states, Workers& workers);
@@ -135,6 +139,7 @@ public:
 private:
     std::vector<WdbStoredBlock> storedBlocks(std::size_t begin, std::size_t end) const;
     bool load(std::size_t index);
+    void loadStored(const WdbStoredBlock& stored, WdbEventBlock& block) const;
     std::optional<long long> claimedStart(std::size_t index) const;
     std::size_t firstLaterBlock(std::size_t begin, std::size_t end) const;
     std::size_t countMissing(const WdbByteStates& states) const {
@@ -151,7 +156,8 @@ private:
     double m_blockTime;   // from one block's start to the next one's on the average; 0: not known
     long long m_time = 0;
     std::size_t m_upTo = 0;
-    WdbEventBlock m_block;  // the one loaded last; in the end the last up to the time
+    WdbEventBlock m_block;            // the one loaded last; in the end the last up to the time
+    std::atomic<bool>* m_pIsDamaged;  // of the search
     std::optional<std::size_t> m_loaded;
     bool m_isReadWhole = false;  // all those up to the time were looked at for values
 };
@@ -196,7 +202,7 @@ void WdbBlockSearch::Bucket::takeValues(WdbByteStates& states, Workers& workers)
         workers.run(stored.size(), [&](std::size_t slice, std::size_t first, std::size_t last) {
             WdbEventBlock block(m_blockSize, 0);
             while (last-- > first && countMissing(found[slice]) > 0) {
-                m_blocks->loadStoredBlock(stored[last], block);
+                loadStored(stored[last], block);
                 takeLastWrites(block, found[slice]);
             }
         });
@@ -219,7 +225,7 @@ Changes WdbBlockSearch::Bucket::changesIn(std::size_t begin, std::size_t end,
         WdbEventBlock block(m_blockSize, 0);
         WdbByteStates seen(m_pWanted->size());
         for (std::size_t i = first; i < last; ++i) {
-            m_blocks->loadStoredBlock(stored[i], block);
+            loadStored(stored[i], block);
             takeChanges(block, seen, found[slice]);
         }
     });
@@ -246,10 +252,15 @@ std::vector<WdbStoredBlock> WdbBlockSearch::Bucket::storedBlocks(std::size_t beg
 bool WdbBlockSearch::Bucket::load(std::size_t index) {
     if (m_loaded != index) {
         m_blocks->moveTo(index);
-        m_blocks->getEventBlock(m_block);
+        loadStored(m_blocks->getStoredBlock(), m_block);
         m_loaded = index;
     }
     return !m_block.isEmpty();
+}
+
+void WdbBlockSearch::Bucket::loadStored(const WdbStoredBlock& stored, WdbEventBlock& block) const {
+    m_blocks->loadStoredBlock(stored, block);
+    if (block.isEmpty()) *m_pIsDamaged = true;
 }
 
 // When a block claims to start; nothing where it cannot be read.
@@ -419,7 +430,7 @@ std::vector<WdbBlockSearch::Bucket> WdbBlockSearch::findBuckets(
         const std::vector<long long> addresses(all.begin() + static_cast<std::ptrdiff_t>(first),
                                                all.begin() + static_cast<std::ptrdiff_t>(last));
         for (auto& blocks : m_pDatabase->getEventBlockDatabaseIterator(addresses)) {
-            buckets.emplace_back(std::move(blocks), *m_pDatabase, wanted, first, last);
+            buckets.emplace_back(std::move(blocks), *m_pDatabase, wanted, first, last, m_isDamaged);
             buckets.back().moveTo(time);
         }
     }

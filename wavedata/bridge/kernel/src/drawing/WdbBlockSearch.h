@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -35,6 +36,9 @@ public:
                    std::vector<WdbByteValue>& values);
     long long getNextChange(long long time, const std::vector<WdbScalar>& scalars);
 
+    /// Whether something was met that cannot be read.
+    bool isDamaged() const { return m_isDamaged; }
+
 private:
     class Workers;
     class Bucket;
@@ -45,6 +49,7 @@ private:
 
     const WdbIEventBlockDatabase* m_pDatabase;
     std::unique_ptr<Workers> m_workers;
+    mutable std::atomic<bool> m_isDamaged{false};
 };
 
 }  // namespace Korvel

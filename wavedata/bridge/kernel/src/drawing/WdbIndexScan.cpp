@@ -34,11 +34,15 @@ public:
     /// Number of blocks loaded so far.
     std::size_t getLoads() const { return m_loads; }
 
+    /// Whether one of them could not be read.
+    bool isDamaged() const { return m_isDamaged; }
+
 private:
     void loadUntilEvent() {
         for (; !m_event && *m_blocks; ++*m_blocks) {
             ++m_loads;
             m_blocks->getEventBlock(m_block);
+            m_isDamaged = m_isDamaged || m_block.isEmpty();
             m_event = m_block.getIterator();
         }
     }
@@ -47,6 +51,7 @@ private:
     WdbEventBlock m_block;
     WdbEventBlock::Iterator m_event;
     std::size_t m_loads = 0;
+    bool m_isDamaged = false;
 };
 
 }  // namespace
@@ -55,8 +60,10 @@ void WdbIndexScan::add(const std::vector<IteratorPtr>& buckets, WdbScalarCells& 
     Lane& lane = m_lanes.emplace_back();
     lane.buckets = buckets;
     lane.cells = &cells;
-    for (const IteratorPtr& bucket : buckets)
+    for (const IteratorPtr& bucket : buckets) {
         m_blockCount += bucket->getBlockCount();
+        if (bucket->isCut()) m_isDamaged = true;
+    }
 }
 
 bool WdbIndexScan::run(unsigned int threads, const Progress& progress) {
@@ -156,10 +163,11 @@ bool WdbIndexScan::takePiece(Piece& piece, std::size_t mostOutstanding) {
     return false;
 }
 
-void WdbIndexScan::unpack(const Piece& piece, Changes& changes) const {
+void WdbIndexScan::unpack(const Piece& piece, Changes& changes) {
     WdbEventBlock block(m_blockSize, 0);
     for (const WdbStoredBlock& stored : piece.blocks) {
         piece.lane->buckets.front()->loadStoredBlock(stored, block);
+        if (block.isEmpty()) m_isDamaged = true;  // none is stored without events
         piece.lane->cells->collect(block, changes);
     }
 }
@@ -200,7 +208,7 @@ void WdbIndexScan::scanMerged(Lane& lane) {
             if (earliest == nullptr || walk.event().getTime() < earliest->event().getTime())
                 earliest = &walk;
         }
-        if (earliest == nullptr) return;
+        if (earliest == nullptr) break;
         const WdbEvent event = earliest->event();
         lane.cells->applyEvent(event.getTime(), event.getStartAddress(), event.getValuelength(),
                                reinterpret_cast<const unsigned char*>(event.getValue()));
@@ -211,6 +219,8 @@ void WdbIndexScan::scanMerged(Lane& lane) {
         m_blocksDone += earliest->getLoads() - loads;
         if (m_isStopped) return;
     }
+    for (const EventWalk& walk : walks)
+        if (walk.isDamaged()) m_isDamaged = true;
 }
 
 }  // namespace Korvel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <deque>
 #include <exception>
@@ -41,6 +42,9 @@ public:
     /// @param progress  Called by the calling thread only; may be empty.
     bool run(unsigned int threads, const Progress& progress);
 
+    /// Whether something was met that cannot be read. After run().
+    bool isDamaged() const { return m_isDamaged; }
+
 private:
     using Changes = std::vector<WdbScalarCells::Change>;
 
@@ -66,7 +70,7 @@ private:
     std::size_t mostOutstanding(std::size_t threads) const;
     void work(std::size_t mostOutstanding);
     bool takePiece(Piece& piece, std::size_t mostOutstanding);
-    void unpack(const Piece& piece, Changes& changes) const;
+    void unpack(const Piece& piece, Changes& changes);
     void deliver(const Piece& piece, Changes changes);
     void scanMerged(Lane& lane);
     void stop(std::exception_ptr reason);
@@ -75,6 +79,7 @@ private:
     unsigned int m_blockSize;
     std::deque<Lane> m_lanes;  // a deque, because pieces point to them
     std::size_t m_blockCount = 0;
+    std::atomic<bool> m_isDamaged{false};
 
     boost::mutex
         m_mutex;  // guards what follows and the lanes; not held while unpacking or applying

@@ -47,6 +47,7 @@ WdbEventBlockListIterator::WdbEventBlockListIterator(const WdbIBlockManager& sto
                                                      long long baseAddress)
     : m_pStore(&store),
       m_baseAddress(baseAddress),
+      m_isCut(list.isCut()),
       m_nodes(list.getNodes()),
       m_lastNode(list.getCurrentNode()) {
     openNode(0);

@@ -59,6 +59,7 @@ public:
 
     /// A damaged node counts as a full one; what it lacks has a place, but no block.
     std::size_t getBlockCount() const override;
+    bool isCut() const override { return m_isCut; }
     void moveTo(std::size_t index) override;
 
 private:
@@ -71,6 +72,7 @@ private:
 
     const WdbIBlockManager* m_pStore;
     long long m_baseAddress;
+    bool m_isCut;                       // when the iterator was made
     std::vector<long long> m_nodes;     // handles
     Node m_lastNode;                    // a copy: its writer may go on with the stored one
     Node m_node;                        // a copy of another node, read when it was moved to

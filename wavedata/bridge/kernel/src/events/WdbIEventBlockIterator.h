@@ -41,6 +41,9 @@ public:
     /// Number of blocks when the iterator was made.
     virtual std::size_t getBlockCount() const = 0;
 
+    /// Whether blocks are missing at the end because their list is damaged.
+    virtual bool isCut() const = 0;
+
     /// Moves to a block by its place in the order of times, counted from 0; to the end when there
     /// is none.
     virtual void moveTo(std::size_t index) = 0;
