@@ -14,7 +14,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build ccache zlib1g-dev libdeflate-dev
 SIMULATION_PACKAGES=(iverilog)
 TEST_PACKAGES=(libgtest-dev libgmock-dev libbenchmark-dev python3 binutils)
 FORMAT_PACKAGES=(git clang-format-14)
-BENCHMARK_PACKAGES=(libbenchmark-dev python3 time gtkwave)
+BENCHMARK_PACKAGES=(libbenchmark-dev python3 time gtkwave verilator)
 
 say() {
     printf '\n== %s\n' "$*"

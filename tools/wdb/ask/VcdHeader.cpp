@@ -1,11 +1,11 @@
 #include "ask/VcdHeader.h"
 
 #include "description/ValueText.h"
+#include "vcd/VhdlKinds.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <map>
 #include <optional>
@@ -17,24 +17,8 @@ namespace Korvel {
 
 namespace {
 
-// The VHDL types that attributes of dumps number, counted from 1.
-constexpr std::array<VariableKind, 16> NumberedKinds = {VariableKind::Boolean,
-                                                        VariableKind::Bit,
-                                                        VariableKind::BitVector,
-                                                        VariableKind::StdULogic,
-                                                        VariableKind::StdULogicVector,
-                                                        VariableKind::StdLogic,
-                                                        VariableKind::StdLogicVector,
-                                                        VariableKind::Unsigned,
-                                                        VariableKind::Signed,
-                                                        VariableKind::Integer,
-                                                        VariableKind::Real,
-                                                        VariableKind::Natural,
-                                                        VariableKind::Positive,
-                                                        VariableKind::Time,
-                                                        VariableKind::Character,
-                                                        VariableKind::String};
-constexpr unsigned int VhdlSignal = 1U << 10;  // in the same attribute, above the type's number
+// In the attribute that numbers a VHDL type, above the number.
+constexpr unsigned int VhdlSignal = 1U << 10;
 
 std::int64_t spanOf(const DeclaredRange& range) {
     return std::abs(std::int64_t{range.left} - range.right) + 1;
@@ -223,14 +207,15 @@ void HeaderWriter::writeType(const ViewedObject& viewed) {
         return;
     }
     // Verilog's own kinds have their keyword; what else the table has, dumps know by number only.
-    const auto* known = object.kind >= VariableKind::Boolean || (hasType && isVhdl)
-                            ? std::find(NumberedKinds.begin(), NumberedKinds.end(), object.kind)
-                            : NumberedKinds.end();
-    const bool isNumbered = known != NumberedKinds.end();
+    const auto* known =
+        object.kind >= VariableKind::Boolean || (hasType && isVhdl)
+            ? std::find(NumberedVhdlKinds.begin(), NumberedVhdlKinds.end(), object.kind)
+            : NumberedVhdlKinds.end();
+    const bool isNumbered = known != NumberedVhdlKinds.end();
     std::string name = hasType ? plainVcdText(m_description->typeName(object.type)) : "";
     if (name.empty() && isNumbered) name = toString(object.kind);
     if (name.empty()) return;
-    const auto number = isNumbered ? VhdlSignal + (known - NumberedKinds.begin()) + 1 : 0;
+    const auto number = isNumbered ? VhdlSignal + (known - NumberedVhdlKinds.begin()) + 1 : 0;
     command("attrbegin", fmt::format("misc 02 {} {}", name, number));
 }
 

@@ -2,6 +2,7 @@
 
 #include "description/DesignDescriptionWriter.h"
 #include "vcd/VcdText.h"
+#include "vcd/VhdlKinds.h"
 
 #include <algorithm>
 #include <charconv>
@@ -36,22 +37,6 @@ std::int64_t toNumber(std::string_view text, int base = 10) {
 
 // The number that a supplementary variable attribute gives the VHDL type, in its low ten bits.
 constexpr std::int64_t VhdlTypeMask = 0x3FF;
-constexpr VariableKind VhdlTypeKinds[] = {VariableKind::Boolean,
-                                          VariableKind::Bit,
-                                          VariableKind::BitVector,
-                                          VariableKind::StdULogic,
-                                          VariableKind::StdULogicVector,
-                                          VariableKind::StdLogic,
-                                          VariableKind::StdLogicVector,
-                                          VariableKind::Unsigned,
-                                          VariableKind::Signed,
-                                          VariableKind::Integer,
-                                          VariableKind::Real,
-                                          VariableKind::Natural,
-                                          VariableKind::Positive,
-                                          VariableKind::Time,
-                                          VariableKind::Character,
-                                          VariableKind::String};
 
 bool isSignedKind(VariableKind kind) {
     switch (kind) {
@@ -258,8 +243,8 @@ void ImportDescriber::applyType(ObjectDefinition& object, const Extras& extras) 
     const bool isElements = object.representation == ValueRepresentation::VhdlEnumeration;
     if (!(isElements && extras.hasLiterals)) object.type = extras.type;
     const auto vhdlType = static_cast<std::size_t>(extras.vhdlType);
-    if (vhdlType != 0 && vhdlType <= std::size(VhdlTypeKinds)) {
-        object.kind = VhdlTypeKinds[vhdlType - 1];
+    if (vhdlType != 0 && vhdlType <= NumberedVhdlKinds.size()) {
+        object.kind = NumberedVhdlKinds[vhdlType - 1];
     }
 }
 

@@ -1,21 +1,12 @@
 #include "inspect/TimeText.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <limits>
 
 namespace Korvel {
 
 namespace {
-
-struct NamedUnit {
-    const char* name;
-    int exponent;
-};
-
-constexpr std::array<NamedUnit, 6> Units{
-    {{"s", 0}, {"ms", -3}, {"us", -6}, {"ns", -9}, {"ps", -12}, {"fs", -15}}};
 
 // A decimal number: its digits without the point, and how many of them are behind it.
 struct Decimal {
@@ -86,10 +77,10 @@ std::string formatTime(std::int64_t time, const std::optional<TimeUnit>& unit) {
     if (!unit || (unit->multiplier != 1 && unit->multiplier != 10 && unit->multiplier != 100)) {
         return text;
     }
-    const auto named = std::find_if(Units.begin(), Units.end(), [&](const NamedUnit& named) {
-        return named.exponent == unit->exponent;
-    });
-    if (named == Units.end()) return text;
+    const auto named =
+        std::find_if(NamedUnits.begin(), NamedUnits.end(),
+                     [&](const NamedUnit& named) { return named.exponent == unit->exponent; });
+    if (named == NamedUnits.end()) return text;
     for (unsigned int m = unit->multiplier; m >= 10 && time != 0; m /= 10)
         text += '0';
     return text + named->name;
@@ -104,7 +95,7 @@ std::optional<ParsedTime> parseTime(std::string_view text, const std::optional<T
     }
     if (!unit) return std::nullopt;
     if (text.front() == ' ') text.remove_prefix(1);
-    for (const NamedUnit& named : Units) {
+    for (const NamedUnit& named : NamedUnits) {
         if (text == named.name) {
             return scale(*number, named.exponent - unit->exponent, unit->multiplier);
         }

@@ -2,12 +2,21 @@
 
 #include "description/DescriptionVocabulary.h"
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace Korvel {
+
+/// The powers of ten of a second that have a name, largest first.
+struct NamedUnit {
+    const char* name;
+    int exponent;
+};
+constexpr std::array<NamedUnit, 6> NamedUnits{
+    {{"s", 0}, {"ms", -3}, {"us", -6}, {"ns", -9}, {"ps", -12}, {"fs", -15}}};
 
 /// "1230ns" for 123 units of 10 ns. Without a unit, or with one that has no name, the plain number
 /// of units.

@@ -1,26 +1,20 @@
 #include "plot/TimeAxis.h"
 
+#include "inspect/TimeText.h"
+
 #include <algorithm>
-#include <array>
 #include <limits>
 
 namespace Korvel {
 
 namespace {
 
-struct NamedUnit {
-    const char* name;
-    int exponent;
-};
-
-constexpr std::array<NamedUnit, 6> Units{
-    {{"s", 0}, {"ms", -3}, {"us", -6}, {"ns", -9}, {"ps", -12}, {"fs", -15}}};
-
 constexpr int MostDecimals = 3;
 
 // Power of ten of seconds that one unit of the recording is; nothing when that has no name.
 std::optional<int> exponentOf(const std::optional<TimeUnit>& unit) {
-    if (!unit || unit->exponent < Units.back().exponent || unit->exponent > 0) return std::nullopt;
+    if (!unit || unit->exponent < NamedUnits.back().exponent || unit->exponent > 0)
+        return std::nullopt;
     switch (unit->multiplier) {
         case 1:
             return unit->exponent;
@@ -49,10 +43,11 @@ int digitCount(long long number) {
 NamedUnit unitFor(long long time, long long step, int exponent) {
     const int magnitude = exponent + digitCount(time) - 1;
     const int finest = exponent + trailingZeros(step);
-    const auto found = std::find_if(Units.begin(), Units.end(), [&](const NamedUnit& unit) {
-        return unit.exponent <= magnitude && unit.exponent - finest <= MostDecimals;
-    });
-    return found == Units.end() ? Units.back() : *found;
+    const auto found =
+        std::find_if(NamedUnits.begin(), NamedUnits.end(), [&](const NamedUnit& unit) {
+            return unit.exponent <= magnitude && unit.exponent - finest <= MostDecimals;
+        });
+    return found == NamedUnits.end() ? NamedUnits.back() : *found;
 }
 
 // number * 10^shift with so many decimals, computed on the digits, so that none is lost. The

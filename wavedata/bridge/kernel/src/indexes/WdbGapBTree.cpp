@@ -15,11 +15,14 @@ std::size_t widthOf(bool isWide) {
     return isWide ? sizeof(std::uint64_t) : sizeof(std::uint32_t);
 }
 
-// Puts a distance at its place in the times of a leaf.
+// Puts a distance at its place in the times of a leaf. Each size of its own is one instruction.
 void putDistance(char* times, unsigned int index, unsigned long long distance, bool isWide) {
+    if (isWide) {
+        std::memcpy(times + index * sizeof(std::uint64_t), &distance, sizeof(std::uint64_t));
+        return;
+    }
     const auto narrow = static_cast<std::uint32_t>(distance);
-    const void* from = isWide ? static_cast<const void*>(&distance) : &narrow;
-    std::memcpy(times + index * widthOf(isWide), from, widthOf(isWide));
+    std::memcpy(times + index * sizeof(narrow), &narrow, sizeof(narrow));
 }
 
 // Looks at several records at a time, without a branch among them, so that the compiler may look
