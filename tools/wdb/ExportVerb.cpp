@@ -62,7 +62,7 @@ void runExport(const ExportOptions& options) {
         throw ToolError(options.output, "is the recording itself; the dump needs another name");
     }
     warnOfUnit(recording);
-    VcdOutput output(options.output);
+    OutputFile output(options.output);
     ExportResult result;
     {
         ProgressBar bar("export");

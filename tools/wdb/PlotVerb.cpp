@@ -1,9 +1,9 @@
 #include "PlotVerb.h"
 
 #include "Interrupt.h"
+#include "OutputFile.h"
 #include "ToolError.h"
 #include "ask/QueryOptions.h"
-#include "ask/VcdOutput.h"
 #include "inspect/Json.h"
 #include "plot/RowBuilder.h"
 #include "plot/RowShapes.h"
@@ -156,7 +156,7 @@ void runPlot(const PlotOptions& options) {
     checkObjects(recording.file(), objects);
     drawRows(picture, recording, objects, options.query.format(recording));
 
-    VcdOutput file(output);
+    OutputFile file(output);
     file.put(svgDocument(picture));
     file.close();
     if (output != "-") printSummary(options, picture, output);

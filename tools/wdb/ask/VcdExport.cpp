@@ -4,6 +4,7 @@
 #include "ask/ObjectChanges.h"
 #include "ask/ValueFormat.h"
 #include "ask/VcdHeader.h"
+#include "ask/VcdWords.h"
 
 #include <fmt/format.h>
 
@@ -58,7 +59,7 @@ std::vector<DumpSwitch> switchesOf(const DesignDescription* description) {
 
 class Exporter {
 public:
-    Exporter(VcdOutput& output, const ViewedRecording& recording, const VcdSignals& signals)
+    Exporter(OutputFile& output, const ViewedRecording& recording, const VcdSignals& signals)
         : m_output(output),
           m_signals(signals.signals),
           m_format(recording.description(), recording.strings(), Radix::Binary),
@@ -77,7 +78,7 @@ private:
         return m_nextSwitch < m_switches.size() && m_switches[m_nextSwitch].time == time;
     }
 
-    VcdOutput& m_output;
+    OutputFile& m_output;
     const std::vector<ViewedObject>& m_signals;
     ValueFormat m_format;
     std::vector<DumpSwitch> m_switches;
@@ -170,7 +171,7 @@ void Exporter::writeValue(std::size_t signal) {
 
 }  // namespace
 
-ExportResult exportVcd(VcdOutput& output, const ViewedRecording& recording,
+ExportResult exportVcd(OutputFile& output, const ViewedRecording& recording,
                        const std::vector<ViewedObject>& objects, bool hasAllScopes,
                        const std::function<void(double)>& onProgress) {
     ExportResult result;

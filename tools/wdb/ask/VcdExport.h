@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ask/VcdOutput.h"
+#include "OutputFile.h"
 #include "ask/ViewedObject.h"
 #include "ask/ViewedRecording.h"
 
@@ -24,7 +24,7 @@ struct ExportResult {
 ///
 /// @param hasAllScopes  Declare scopes without exported objects, too.
 /// @param onProgress    Told now and then how far all is, from 0 to 1.
-ExportResult exportVcd(VcdOutput& output, const ViewedRecording& recording,
+ExportResult exportVcd(OutputFile& output, const ViewedRecording& recording,
                        const std::vector<ViewedObject>& objects, bool hasAllScopes,
                        const std::function<void(double)>& onProgress);
 

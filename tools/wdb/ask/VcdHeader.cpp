@@ -1,5 +1,6 @@
 #include "ask/VcdHeader.h"
 
+#include "ask/VcdWords.h"
 #include "description/ValueText.h"
 #include "vcd/VhdlKinds.h"
 
@@ -76,7 +77,7 @@ std::string_view keywordOf(const ViewedObject& viewed) {
 
 class HeaderWriter {
 public:
-    HeaderWriter(VcdOutput& output, const ViewedRecording& recording,
+    HeaderWriter(OutputFile& output, const ViewedRecording& recording,
                  const std::vector<ViewedObject>& objects, const VcdSignals& signals)
         : m_output(output),
           m_description(recording.description()),
@@ -97,7 +98,7 @@ private:
     void writeAttributes(const std::vector<AttributeView>& attributes);
     void writePlace(const AttributeView& attribute);
 
-    VcdOutput& m_output;
+    OutputFile& m_output;
     const DesignDescription* m_description;
     const std::vector<ViewedObject>& m_objects;
     const VcdSignals& m_signals;
@@ -311,7 +312,7 @@ VcdSignals::VcdSignals(const std::vector<ViewedObject>& objects) {
     }
 }
 
-void writeVcdHeader(VcdOutput& output, const ViewedRecording& recording,
+void writeVcdHeader(OutputFile& output, const ViewedRecording& recording,
                     const std::vector<ViewedObject>& objects, const VcdSignals& signals,
                     bool hasAllScopes) {
     HeaderWriter(output, recording, objects, signals).write(hasAllScopes);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ask/VcdOutput.h"
+#include "OutputFile.h"
 #include "ask/ViewedObject.h"
 #include "ask/ViewedRecording.h"
 
@@ -27,7 +27,7 @@ struct VcdSignals {
 ///
 /// @param objects  In the order of the signals' ofObject; variables are declared in the order in
 ///                 which the design has them.
-void writeVcdHeader(VcdOutput& output, const ViewedRecording& recording,
+void writeVcdHeader(OutputFile& output, const ViewedRecording& recording,
                     const std::vector<ViewedObject>& objects, const VcdSignals& signals,
                     bool hasAllScopes);
 

@@ -64,6 +64,8 @@ public:
     void publish(Trees made);
     Lock lockDatabase() const { return writeLock != nullptr ? Lock(*writeLock) : Lock(); }
     void applyBuffer();
+    template <typename Question>
+    void ask(Question&& question);
 
     // Order of locks: requestMutex, the database's write lock, mutex.
     boost::mutex requestMutex;  // one request at a time reads the database
@@ -207,25 +209,29 @@ void WdbAddressBTreeManager::Impl::publish(Trees made) {
     hasTrees = true;
 }
 
+// Asks the event blocks themselves. There is a database.
+template <typename Question>
+void WdbAddressBTreeManager::Impl::ask(Question&& question) {
+    const Lock write = lockDatabase();
+    if (!search) search = std::make_unique<WdbBlockSearch>(*database);
+    question(*search);
+    if (search->isDamaged()) isDamaged = true;
+}
+
 void WdbAddressBTreeManager::getValues(long long time, const std::vector<WdbScalar>& scalars,
                                        std::vector<WdbByteValue>& values) {
     const Impl::Lock request(m_impl->requestMutex);
     values.assign(scalars.size(), {});
     if (m_impl->database == nullptr) return;
-    const Impl::Lock write = m_impl->lockDatabase();
-    if (!m_impl->search) m_impl->search = std::make_unique<WdbBlockSearch>(*m_impl->database);
-    m_impl->search->getValues(time, scalars, values);
-    if (m_impl->search->isDamaged()) m_impl->isDamaged = true;
+    m_impl->ask([&](WdbBlockSearch& search) { search.getValues(time, scalars, values); });
 }
 
 long long WdbAddressBTreeManager::getNextChange(long long time,
                                                 const std::vector<WdbScalar>& scalars) {
     const Impl::Lock request(m_impl->requestMutex);
     if (m_impl->database == nullptr) return -1;
-    const Impl::Lock write = m_impl->lockDatabase();
-    if (!m_impl->search) m_impl->search = std::make_unique<WdbBlockSearch>(*m_impl->database);
-    const long long change = m_impl->search->getNextChange(time, scalars);
-    if (m_impl->search->isDamaged()) m_impl->isDamaged = true;
+    long long change = -1;
+    m_impl->ask([&](WdbBlockSearch& search) { change = search.getNextChange(time, scalars); });
     return change;
 }
 

@@ -81,11 +81,12 @@ private:
     std::size_t m_blockCount = 0;
     std::atomic<bool> m_isDamaged{false};
 
-    boost::mutex
-        m_mutex;  // guards what follows and the lanes; not held while unpacking or applying
-    boost::condition_variable
-        m_applied;                     // there is room for more unpacked pieces, or none is wanted
-    boost::condition_variable m_done;  // all threads are
+    // Guards what follows, and the lanes. Not held while unpacking or applying.
+    boost::mutex m_mutex;
+    // There is room for more unpacked pieces, or none is wanted any more.
+    boost::condition_variable m_applied;
+    // All threads are at their end.
+    boost::condition_variable m_done;
     std::size_t m_currentLane = 0;
     std::size_t m_outstanding = 0;  // pieces taken and not applied
     std::size_t m_blocksDone = 0;

@@ -10,6 +10,14 @@
 #include "korvel/WdbScalarBTree.h"
 
 namespace Korvel {
+namespace {
+
+// Beyond lies no cell, and sums might overflow.
+bool canHoldCells(long long address) {
+    return address >= -2 * LargestAddress && address <= 2 * LargestAddress;
+}
+
+}  // namespace
 
 WdbScalarCells::WdbScalarCells(const std::vector<WdbScalarBTree*>& trees) {
     std::map<long long, PairCell> pairs;
@@ -38,12 +46,15 @@ WdbScalarCells::WdbScalarCells(const std::vector<WdbScalarBTree*>& trees) {
 void WdbScalarCells::makeTable() {
     m_table.clear();
     if (isEmpty()) return;
-    long long first = m_bytes.empty() ? m_pairs.front().address : m_bytes.front().address;
-    long long last = m_bytes.empty() ? m_pairs.back().address : m_bytes.back().address;
-    if (!m_pairs.empty()) {
-        first = std::min(first, m_pairs.front().address);
-        last = std::max(last, m_pairs.back().address);
-    }
+    long long first = std::numeric_limits<long long>::max();
+    long long last = std::numeric_limits<long long>::min();
+    const auto widen = [&](const auto& cells) {
+        if (cells.empty()) return;
+        first = std::min(first, cells.front().address);
+        last = std::max(last, cells.back().address);
+    };
+    widen(m_bytes);
+    widen(m_pairs);
     if (first < 0 || last - first > LargestTable) return;
     m_tableAddress = first;
     m_table.reserve(static_cast<std::size_t>(last - first) + PairSize);
@@ -71,8 +82,7 @@ WdbScalarCells::Start WdbScalarCells::startOf(long long address) const {
 
 template <typename Visitor>
 void WdbScalarCells::visitCells(long long address, unsigned int length, Visitor&& visit) const {
-    // Beyond this lies no cell, and sums might overflow.
-    if (address < -2 * LargestAddress || address > 2 * LargestAddress) return;
+    if (!canHoldCells(address)) return;
     const Start start = startOf(address);
     const long long end = address + static_cast<long long>(length);
     for (std::uint32_t i = start.byte; i < m_bytes.size() && m_bytes[i].address < end; ++i)
@@ -87,11 +97,11 @@ void WdbScalarCells::visitCells(long long address, unsigned int length, Visitor&
 }
 
 bool WdbScalarCells::concerns(long long address, unsigned int length) const {
-    bool isConcerned = false;
-    visitCells(address, length, [&](std::uint32_t, unsigned int, unsigned int, unsigned int) {
-        isConcerned = true;
-    });
-    return isConcerned;
+    if (!canHoldCells(address)) return false;
+    const Start start = startOf(address);
+    const long long end = address + static_cast<long long>(length);
+    return (start.byte < m_bytes.size() && m_bytes[start.byte].address < end) ||
+           (start.pair < m_pairs.size() && m_pairs[start.pair].address < end);
 }
 
 void WdbScalarCells::collect(const WdbEventBlock& block, std::vector<Change>& changes) const {
