@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+namespace Korvel {
+
+// Waits for what another process or thread is about to do; false after half a minute.
+template <typename Condition>
+bool becomesTrue(Condition&& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+}  // namespace Korvel

@@ -1,0 +1,207 @@
+#include "transport/WdbSharedMemory.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+
+#include "support/WdbErrorPrint.h"
+
+namespace Korvel {
+namespace {
+
+constexpr int MarginSize = 8;  // behind the ring, never touched
+constexpr mode_t AccessMode = 0777;
+// Set by a viewer, which takes its lock, so that the simulator can tell one that died from one that
+// never came. It means nothing else for an object in memory.
+constexpr mode_t ViewerWasThere = S_ISVTX;
+
+// How long a viewer waits for an object that has just been made to get its size.
+constexpr int SizeAttempts = 100;
+constexpr useconds_t SizeInterval = 10'000;
+
+// The byte of the object whose lock tells that a side is there.
+enum LockByte : off_t { SimulatorByte = 0, ViewerByte = 1 };
+
+struct flock lockOf(LockByte byte) {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = byte;
+    lock.l_len = 1;
+    return lock;
+}
+
+// False where somebody else has it. The lock belongs to the open file: unlike a process's lock it
+// is not lost when another descriptor of the same object is closed.
+bool takeLock(int file, LockByte byte) {
+    struct flock lock = lockOf(byte);
+    return ::fcntl(file, F_OFD_SETLK, &lock) == 0 || (errno != EAGAIN && errno != EACCES);
+}
+
+bool isLockedByOther(int file, LockByte byte) {
+    struct flock lock = lockOf(byte);
+    return ::fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+bool isSameObject(int one, int two) {
+    struct stat first = {};
+    struct stat second = {};
+    return ::fstat(one, &first) == 0 && ::fstat(two, &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+std::string nameOf(const struct stat& directory) {
+    return "/" + std::to_string(directory.st_dev) + std::to_string(directory.st_ino);
+}
+
+bool statDirectory(const std::string& directory, struct stat& status) {
+    boost::system::error_code error;
+    const boost::filesystem::path path = boost::filesystem::system_complete(directory, error);
+    return ::stat((path.string() + "/").c_str(), &status) == 0;
+}
+
+}  // namespace
+
+std::string createName(const std::string& directory) {
+    struct stat status = {};
+    if (statDirectory(directory, status)) return nameOf(status);
+    wdbErrorPrint("stat");
+    return {};
+}
+
+WdbSharedMemory::WdbSharedMemory(int create, int size, const std::string& directory, int index)
+    : m_size(size), m_isSimulator(create == Create), m_processID(::getpid()) {
+    if (create != Create && create != Open) return;
+    m_name = createName(directory);
+    if (m_name.empty()) return;
+    if (m_isSimulator) {
+        createSharedMemory(size + MarginSize, m_name, index);
+    } else {
+        getSharedMemory(size + MarginSize, m_name, index);
+    }
+}
+
+WdbSharedMemory::~WdbSharedMemory() {
+    closeMem();
+}
+
+char* WdbSharedMemory::createSharedMemory(int size, const std::string& name, int) {
+    ::shm_unlink(name.c_str());
+    m_file = ::shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, AccessMode);
+    if (m_file < 0) return fail("shm_open");
+    takeLock(m_file, SimulatorByte);  // before the object has its size, which is what viewers await
+    if (!reserve(size)) return fail("ftruncate");
+    return mapObject(size);
+}
+
+char* WdbSharedMemory::getSharedMemory(int size, const std::string& name, int) {
+    m_file = ::shm_open(name.c_str(), O_RDWR, AccessMode);
+    if (m_file < 0) return fail("shm_open");
+    if (!takeLock(m_file, ViewerByte)) {
+        m_isTaken = true;
+        return fail(nullptr);
+    }
+    struct stat status = {};
+    if (::fstat(m_file, &status) == 0) {
+        // May be refused where the object is another user's: the simulator then waits for a viewer
+        // that died.
+        const int refused = ::fchmod(m_file, (status.st_mode & AccessMode) | ViewerWasThere);
+        static_cast<void>(refused);
+    }
+    m_isOtherSideKnown = isLockedByOther(m_file, SimulatorByte);
+    if (!awaitSize(size)) return fail("mmap");
+    return mapObject(size);
+}
+
+// Takes the memory now: where there is none left, a later access would kill the simulator.
+bool WdbSharedMemory::reserve(int size) {
+    if (::ftruncate(m_file, size) != 0) return false;
+    errno = ::posix_fallocate(m_file, 0, size);
+    return errno == 0;
+}
+
+bool WdbSharedMemory::awaitSize(int size) {
+    struct stat status = {};
+    for (int i = 0; ::fstat(m_file, &status) == 0; ++i) {
+        if (status.st_size >= size) return true;
+        if (i == SizeAttempts) {
+            errno = ENODATA;
+            return false;
+        }
+        ::usleep(SizeInterval);
+    }
+    return false;
+}
+
+char* WdbSharedMemory::mapObject(int size) {
+    void* address = ::mmap(nullptr, static_cast<std::size_t>(size), PROT_READ | PROT_WRITE,
+                           MAP_SHARED, m_file, 0);
+    if (address == MAP_FAILED) return fail("mmap");
+    m_address = static_cast<char*>(address);
+    return m_address;
+}
+
+// Leaves nothing behind; says so where a call is named.
+char* WdbSharedMemory::fail(const char* call) {
+    if (call != nullptr) wdbErrorPrint(call);
+    if (m_file >= 0) ::close(m_file);
+    m_file = -1;
+    return nullptr;
+}
+
+void WdbSharedMemory::closeMem() {
+    const bool isNamedStill = isNamed();
+    if (m_address != nullptr) ::munmap(m_address, static_cast<std::size_t>(m_size) + MarginSize);
+    m_address = nullptr;
+    if (m_file >= 0) ::close(m_file);
+    m_file = -1;
+    if (isNamedStill && isOfThisProcess()) ::shm_unlink(m_name.c_str());
+}
+
+bool WdbSharedMemory::isOfThisProcess() const {
+    return m_processID == ::getpid();
+}
+
+bool WdbSharedMemory::isOtherSideThere() const {
+    if (m_file < 0) return false;
+    const bool isThere = isLockedByOther(m_file, m_isSimulator ? ViewerByte : SimulatorByte);
+    if (isThere) m_isOtherSideKnown = true;
+    return isThere;
+}
+
+bool WdbSharedMemory::hasOtherSideLeft() const {
+    if (m_file < 0 || isOtherSideThere()) return false;
+    if (m_isOtherSideKnown) return true;
+    struct stat status = {};
+    if (::fstat(m_file, &status) != 0) return false;
+    return m_isSimulator ? (status.st_mode & ViewerWasThere) != 0 : status.st_nlink == 0;
+}
+
+bool WdbSharedMemory::isNamed() const {
+    if (m_file < 0) return false;
+    const int named = ::shm_open(m_name.c_str(), O_RDWR, AccessMode);
+    if (named < 0) return false;
+    const bool isSame = isSameObject(named, m_file);
+    ::close(named);
+    return isSame;
+}
+
+WdbSharedMemory::Presence WdbSharedMemory::look(const std::string& directory) {
+    Presence presence;
+    struct stat status = {};
+    if (!statDirectory(directory, status)) return presence;
+    const int file = ::shm_open(nameOf(status).c_str(), O_RDWR, AccessMode);
+    if (file < 0) return presence;
+    presence.isThere = true;
+    presence.hasSimulator = isLockedByOther(file, SimulatorByte);
+    presence.hasViewer = isLockedByOther(file, ViewerByte);
+    ::close(file);
+    return presence;
+}
+
+}  // namespace Korvel

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+namespace Korvel {
+
+/// While one lives, a simulator can tell that a viewer waits for its simulation: by a lock on the
+/// directory by which they meet, since there is no ring yet.
+class WdbWaitingViewer {
+public:
+    explicit WdbWaitingViewer(const std::string& directory);
+    ~WdbWaitingViewer();
+    WdbWaitingViewer(const WdbWaitingViewer&) = delete;
+    WdbWaitingViewer& operator=(const WdbWaitingViewer&) = delete;
+
+    /// False where the directory is not there (yet).
+    bool isSeen() const { return m_directory >= 0; }
+
+    /// Whether a viewer waits for the simulation of @p directory.
+    static bool isThere(const std::string& directory);
+
+private:
+    int m_directory;
+};
+
+}  // namespace Korvel
