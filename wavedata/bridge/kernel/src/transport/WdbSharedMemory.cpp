@@ -75,14 +75,14 @@ std::string createName(const std::string& directory) {
 }
 
 WdbSharedMemory::WdbSharedMemory(int create, int size, const std::string& directory, int index)
-    : m_size(size), m_isSimulator(create == Create), m_processID(::getpid()) {
+    : m_size(size), m_processID(::getpid()) {
     if (create != Create && create != Open) return;
-    m_name = createName(directory);
-    if (m_name.empty()) return;
-    if (m_isSimulator) {
-        createSharedMemory(size + MarginSize, m_name, index);
+    const std::string name = createName(directory);
+    if (name.empty()) return;
+    if (create == Create) {
+        createSharedMemory(size + MarginSize, name, index);
     } else {
-        getSharedMemory(size + MarginSize, m_name, index);
+        getSharedMemory(size + MarginSize, name, index);
     }
 }
 
@@ -91,6 +91,9 @@ WdbSharedMemory::~WdbSharedMemory() {
 }
 
 char* WdbSharedMemory::createSharedMemory(int size, const std::string& name, int) {
+    closeMem();
+    m_name = name;
+    m_isSimulator = true;
     ::shm_unlink(name.c_str());
     m_file = ::shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, AccessMode);
     if (m_file < 0) return fail("shm_open");
@@ -100,6 +103,9 @@ char* WdbSharedMemory::createSharedMemory(int size, const std::string& name, int
 }
 
 char* WdbSharedMemory::getSharedMemory(int size, const std::string& name, int) {
+    closeMem();
+    m_name = name;
+    m_isSimulator = false;
     m_file = ::shm_open(name.c_str(), O_RDWR, AccessMode);
     if (m_file < 0) return fail("shm_open");
     if (!takeLock(m_file, ViewerByte)) {
@@ -143,20 +149,25 @@ char* WdbSharedMemory::mapObject(int size) {
                            MAP_SHARED, m_file, 0);
     if (address == MAP_FAILED) return fail("mmap");
     m_address = static_cast<char*>(address);
+    m_mappedSize = size;
     return m_address;
 }
 
-// Leaves nothing behind; says so where a call is named.
+// Leaves nothing of its own behind; says so where a call is named.
 char* WdbSharedMemory::fail(const char* call) {
     if (call != nullptr) wdbErrorPrint(call);
-    if (m_file >= 0) ::close(m_file);
-    m_file = -1;
+    if (m_isSimulator) {
+        closeMem();
+    } else if (m_file >= 0) {
+        ::close(m_file);
+        m_file = -1;
+    }
     return nullptr;
 }
 
 void WdbSharedMemory::closeMem() {
     const bool isNamedStill = isNamed();
-    if (m_address != nullptr) ::munmap(m_address, static_cast<std::size_t>(m_size) + MarginSize);
+    if (m_address != nullptr) ::munmap(m_address, static_cast<std::size_t>(m_mappedSize));
     m_address = nullptr;
     if (m_file >= 0) ::close(m_file);
     m_file = -1;

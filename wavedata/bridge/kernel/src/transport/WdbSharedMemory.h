@@ -39,7 +39,8 @@ public:
     int getSize() const { return m_size; }
     const std::string& getName() const { return m_name; }
 
-    /// Map an object of @p size bytes, and return the address or null.
+    /// Map an object of @p size bytes in place of the one that is mapped, and return the address or
+    /// null.
     char* createSharedMemory(int size, const std::string& name, int index);
     char* getSharedMemory(int size, const std::string& name, int index);
 
@@ -73,8 +74,9 @@ private:
     char* m_address = nullptr;
     int m_file = -1;
     std::string m_name;
-    int m_size = 0;  // of the ring, as asked for
-    bool m_isSimulator;
+    int m_size = 0;        // of the ring, as asked for
+    int m_mappedSize = 0;  // of the object
+    bool m_isSimulator = false;
     pid_t m_processID;  // of the process that mapped it
     bool m_isTaken = false;
     mutable std::atomic<bool> m_isOtherSideKnown{false};  // to hold a lock while it is there

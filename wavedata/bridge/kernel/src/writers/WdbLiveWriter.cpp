@@ -5,6 +5,7 @@
 #include <iostream>
 #include <list>
 
+#include <boost/chrono/duration.hpp>
 #include <boost/thread/lock_types.hpp>
 
 #include "support/OutputFileNames.h"
@@ -22,6 +23,10 @@ constexpr unsigned int RecordLimit = 299;
 constexpr int LargestWholeSize = RecordLimit - 1 - WdbLivePacketContainer::RecordOverhead;
 constexpr int SmallestWholeSize = -static_cast<int>(WdbLivePacketContainer::RecordOverhead);
 static_assert(LargestWholeSize == 274);
+
+// An event clears its flag without a barrier, which would be its dearest instruction. So its look
+// whether a mark waits may come too early; the mark looks again by itself.
+constexpr boost::chrono::milliseconds LookInterval(1);
 
 }  // namespace
 
@@ -58,7 +63,7 @@ void WdbLiveWriter::markCurrentTime(long long time) {
     Lock lock(m_packetMutex);
     m_isMarkPending = true;
     while (m_isRegularInFlight)
-        m_packetCondition.wait(lock);
+        m_packetCondition.wait_for(lock, LookInterval);
     m_transport->putPacketMarkTime(time);
     m_isMarkPending = false;
     m_packetCondition.notify_all();

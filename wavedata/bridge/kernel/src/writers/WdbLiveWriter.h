@@ -80,7 +80,6 @@ private:
     boost::mutex m_packetMutex;
     boost::condition_variable m_packetCondition;  // a flag was cleared
     // Each side sets its flag before it looks at the other's, so that one of them sees the other.
-    // Cleared under the mutex where the other side waits for that.
     std::atomic<bool> m_isMarkPending{false};
     std::atomic<bool> m_isRegularInFlight{false};
     long long m_baseOffset = 0;
