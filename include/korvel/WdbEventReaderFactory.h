@@ -14,8 +14,7 @@ public:
 
     static WdbEventReaderFactory& getInstance();
 
-    /// A new reader, which the caller deletes; null for any other type, and for LIVE_READER in this
-    /// version, which cannot attach to a running simulation yet.
+    /// A new reader, which the caller deletes; null for any other type.
     WdbIEventReader* create(ReaderType type);
 
 private:

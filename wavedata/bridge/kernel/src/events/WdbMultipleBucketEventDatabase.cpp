@@ -19,7 +19,7 @@ WdbMultipleBucketEventDatabase::WdbMultipleBucketEventDatabase(WdbFileManager& f
 
 WdbMultipleBucketEventDatabase::~WdbMultipleBucketEventDatabase() {
     if (!m_section.isWritable()) return;
-    m_section.putLatestTime(m_latestTime);
+    m_section.putLatestTime(getLatestTime());
     for (const auto& list : m_lists) {
         if (list) list->settle();
     }
@@ -36,15 +36,15 @@ void WdbMultipleBucketEventDatabase::initialize(long long headerOffset, bool wri
     m_lists.clear();
     m_lists.resize(header.numberOfBuckets);
     m_blocks.assign(header.numberOfBuckets, nullptr);
-    m_latestTime = header.latestTime;
+    long long latestTime = header.latestTime;
     // The header of a recording that was killed still says less than its blocks.
     for (unsigned int bucket = 0; bucket < header.numberOfBuckets; ++bucket) {
         const WdbEventBlockList* list = loadEventBlockList(static_cast<int>(bucket));
         if (list == nullptr) continue;
-        m_latestTime = std::max(
-            m_latestTime,
-            latestStoredTime(*list, m_section.store(), header.eventBlockSize, m_latestTime));
+        latestTime = std::max(latestTime, latestStoredTime(*list, m_section.store(),
+                                                           header.eventBlockSize, latestTime));
     }
+    setLatestTime(latestTime);
 }
 
 // --- Once per value change: no allocation, no lock, no stream while blocks have room. ---
@@ -148,7 +148,7 @@ void WdbMultipleBucketEventDatabase::checkpoint() {
     for (const auto& list : m_lists) {
         if (list) list->flush();
     }
-    m_section.putLatestTime(m_latestTime);
+    m_section.putLatestTime(getLatestTime());
 }
 
 std::vector<WdbIEventBlockDatabase::IteratorPtr>

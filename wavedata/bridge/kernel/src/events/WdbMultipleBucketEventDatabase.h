@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "events/WdbEventBlockList.h"
@@ -29,7 +30,9 @@ public:
     void writeEvent(long long time, long long address, unsigned int valueLength,
                     const unsigned char* value) override;
     void flush() override;
-    void setLatestTime(long long time) override { m_latestTime = time; }
+    void setLatestTime(long long time) override {
+        m_latestTime.store(time, std::memory_order_relaxed);
+    }
     void setFilterRepeatedValue(bool filter) override { m_filter = filter; }
     std::vector<IteratorPtr> getAllEventBlockDatabaseIterator() const override;
 
@@ -39,7 +42,9 @@ public:
     void getEventBlockDatabaseIterator(
         const std::vector<WdbScalarBTree*>& trees, std::vector<IteratorPtr>& iterators,
         std::vector<std::vector<WdbScalarBTree*>>& treeGroups) const override;
-    long long getLatestTime() const override { return m_latestTime; }
+    long long getLatestTime() const override {
+        return m_latestTime.load(std::memory_order_relaxed);
+    }
     const WdbEventDatabaseHeader& getEventDatabaseHeader() const override;
     void setAddressMapFileOffsetAndSize(long long offset, long long size) override;
     WdbIEventSource* getIEventDataSource() override { return nullptr; }
@@ -73,7 +78,8 @@ private:
 
     WdbEventSection m_section;
     mutable std::vector<std::unique_ptr<WdbEventBlockList>> m_lists;  // a bucket; null: not open
-    long long m_latestTime = 0;
+    // Read also by threads that do not hold the lock of whoever records.
+    std::atomic<long long> m_latestTime{0};
     bool m_filter = false;
     // The lists' current blocks, so that an event finds its block in one step. Null where a bucket
     // has none yet, and in a section that is only read.

@@ -21,7 +21,7 @@ WdbSingleBucketEventDatabase::WdbSingleBucketEventDatabase(WdbFileManager& fileM
 
 WdbSingleBucketEventDatabase::~WdbSingleBucketEventDatabase() {
     if (!m_list || !m_section.isWritable()) return;
-    m_section.putLatestTime(m_latestTime);
+    m_section.putLatestTime(getLatestTime());
     m_list->settle();
 }
 
@@ -35,16 +35,16 @@ void WdbSingleBucketEventDatabase::initialize(long long headerOffset, bool writa
         m_section.store(), m_section.slotOf(OnlyBucket), header.eventBlockSize, BaseAddress,
         writable ? WdbListAccess::Append : WdbListAccess::Read);
     // The header of a recording that was killed still says less than its blocks.
-    m_latestTime = std::max(
+    setLatestTime(std::max(
         header.latestTime,
-        latestStoredTime(*m_list, m_section.store(), header.eventBlockSize, header.latestTime));
+        latestStoredTime(*m_list, m_section.store(), header.eventBlockSize, header.latestTime)));
 }
 
 void WdbSingleBucketEventDatabase::writeEvent(long long time, long long address,
                                               unsigned int valueLength,
                                               const unsigned char* value) {
     saveEventInList(*m_list, /*filter=*/false, time, address, valueLength, value);
-    if (time > m_latestTime) m_latestTime = time;
+    if (time > getLatestTime()) setLatestTime(time);
 }
 
 void WdbSingleBucketEventDatabase::flush() {
@@ -79,7 +79,7 @@ void WdbSingleBucketEventDatabase::setAddressMapFileOffsetAndSize(long long offs
 
 void WdbSingleBucketEventDatabase::checkpoint() {
     m_list->flush();
-    m_section.putLatestTime(m_latestTime);
+    m_section.putLatestTime(getLatestTime());
 }
 
 WdbIEventBlockDatabase::IteratorPtr WdbSingleBucketEventDatabase::makeIterator() const {

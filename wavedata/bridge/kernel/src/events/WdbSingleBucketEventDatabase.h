@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "events/WdbEventBlockList.h"
@@ -25,7 +26,9 @@ public:
     void writeEvent(long long time, long long address, unsigned int valueLength,
                     const unsigned char* value) override;
     void flush() override;
-    void setLatestTime(long long time) override { m_latestTime = time; }
+    void setLatestTime(long long time) override {
+        m_latestTime.store(time, std::memory_order_relaxed);
+    }
     void setFilterRepeatedValue(bool) override {}
     std::vector<IteratorPtr> getAllEventBlockDatabaseIterator() const override;
     std::vector<IteratorPtr> getEventBlockDatabaseIterator(
@@ -33,7 +36,9 @@ public:
     void getEventBlockDatabaseIterator(
         const std::vector<WdbScalarBTree*>& trees, std::vector<IteratorPtr>& iterators,
         std::vector<std::vector<WdbScalarBTree*>>& treeGroups) const override;
-    long long getLatestTime() const override { return m_latestTime; }
+    long long getLatestTime() const override {
+        return m_latestTime.load(std::memory_order_relaxed);
+    }
     const WdbEventDatabaseHeader& getEventDatabaseHeader() const override;
     void setAddressMapFileOffsetAndSize(long long offset, long long size) override;
     WdbIEventSource* getIEventDataSource() override { return nullptr; }
@@ -45,7 +50,8 @@ private:
 
     WdbEventSection m_section;
     std::unique_ptr<WdbEventBlockList> m_list;  // null before initialize
-    long long m_latestTime = 0;
+    // Read also by threads that do not hold the lock of whoever records.
+    std::atomic<long long> m_latestTime{0};
 };
 
 }  // namespace Korvel

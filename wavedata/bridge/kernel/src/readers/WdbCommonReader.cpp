@@ -253,17 +253,23 @@ bool WdbCommonReader::isObjectTraced(unsigned int id) const {
 // --- Set-up. ---
 
 void WdbCommonReader::discardRecording() {
-    m_bTreeManager.setEventDatabase(nullptr);
+    const std::unique_ptr<WdbIEventBlockDatabase> database(m_pEventDatabase);
+    setEventDatabase(nullptr);
     m_bTreeManager.reset();
-    delete m_pEventDatabase;
-    m_pEventDatabase = nullptr;
     m_stringMapDatabase.reset();
     m_stringCache.clear();
 }
 
-void WdbCommonReader::setEventDatabase(WdbIEventBlockDatabase* database) {
-    m_pEventDatabase = database;
-    m_bTreeManager.setEventDatabase(database);
+void WdbCommonReader::setEventDatabase(WdbIEventBlockDatabase* database, boost::mutex* writeLock) {
+    {
+        const boost::unique_lock<boost::recursive_mutex> lock(m_bTreeManager.getMutex());
+        m_pEventDatabase = database;
+    }
+    m_bTreeManager.setEventDatabase(database, writeLock);
+}
+
+void WdbCommonReader::flushFile() {
+    m_fileManager.getBlockManager().flushStream();
 }
 
 void WdbCommonReader::setStringMapDatabase(WdbStringMapDatabase* database) {

@@ -51,7 +51,11 @@ public:
     void flushEvents() override;
 
     /// Takes over a database; what was set before is not deleted.
-    void setEventDatabase(WdbIEventBlockDatabase* database);
+    /// @param writeLock  As WdbAddressBTreeManager::setEventDatabase() has it.
+    void setEventDatabase(WdbIEventBlockDatabase* database, boost::mutex* writeLock = nullptr);
+
+    /// Hands what is recorded so far to the operating system.
+    void flushFile();
 
     /// Takes over a string map in place of the one before, which is deleted.
     void setStringMapDatabase(WdbStringMapDatabase* database);
@@ -69,7 +73,8 @@ protected:
     /// Lets go of what is open: databases, trees and what was kept of them.
     void discardRecording();
 
-    WdbIEventBlockDatabase* m_pEventDatabase = nullptr;         // owned; null until set
+    WdbIEventBlockDatabase* m_pEventDatabase = nullptr;  // owned; null until set; replaced with
+                                                         // the manager's mutex held
     std::unique_ptr<WdbStringMapDatabase> m_stringMapDatabase;  // null where there is none
     WdbAddressBTreeManager m_bTreeManager;
     WdbFileManager m_fileManager;

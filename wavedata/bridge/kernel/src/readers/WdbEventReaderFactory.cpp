@@ -1,5 +1,6 @@
 #include "korvel/WdbEventReaderFactory.h"
 
+#include "readers/WdbLiveReader.h"
 #include "readers/WdbStaticReader.h"
 
 namespace Korvel {
@@ -10,7 +11,14 @@ WdbEventReaderFactory& WdbEventReaderFactory::getInstance() {
 }
 
 WdbIEventReader* WdbEventReaderFactory::create(ReaderType type) {
-    return type == STATIC_READER ? new WdbStaticReader : nullptr;
+    switch (type) {
+        case STATIC_READER:
+            return new WdbStaticReader;
+        case LIVE_READER:
+            return new WdbLiveReader;
+        default:
+            return nullptr;
+    }
 }
 
 }  // namespace Korvel

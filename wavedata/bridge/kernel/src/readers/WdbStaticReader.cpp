@@ -15,13 +15,6 @@ namespace {
 const char ClassFile[] = "wavedata/bridge/kernel/src/WdbStaticReader";
 constexpr int NoEventDatabaseLine = 73;  // what the exception says in every release
 
-// Closed interval of object ids as the address map lists them.
-struct TracedInterval {
-    long long low;
-    long long high;
-};
-static_assert(sizeof(TracedInterval) == 16);
-
 }  // namespace
 
 WdbStaticReader::WdbStaticReader() = default;
@@ -75,14 +68,14 @@ void WdbStaticReader::loadObjectFilter(const WdbEventDatabaseHeader& header) {
     // More than any file holds, so that their size in bytes can be computed.
     constexpr long long MostIntervals = 1LL << 48;
     const WdbFileBlockManager& store = m_fileManager.getBlockManager();
-    const auto size = static_cast<unsigned long long>(count) * sizeof(TracedInterval);
+    const auto size = static_cast<unsigned long long>(count) * sizeof(WdbTracedInterval);
     if (count > MostIntervals || !mayFollowHandle(store, offset, size)) {
         throwOpenException(ClassFile, __LINE__,
                            "The wdb file does not hold its list of traced objects.");
     }
-    std::vector<TracedInterval> intervals(static_cast<std::size_t>(count));
+    std::vector<WdbTracedInterval> intervals(static_cast<std::size_t>(count));
     store.getBlock(offset, reinterpret_cast<char*>(intervals.data()), size);
-    for (const TracedInterval& interval : intervals)
+    for (const WdbTracedInterval& interval : intervals)
         m_tracedObjects.addInterval(interval.low, interval.high);
 }
 

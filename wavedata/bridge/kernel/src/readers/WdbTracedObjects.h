@@ -4,6 +4,13 @@
 
 namespace Korvel {
 
+/// Closed interval of object ids as a recording's address map lists them.
+struct WdbTracedInterval {
+    long long low;
+    long long high;
+};
+static_assert(sizeof(WdbTracedInterval) == 16);
+
 /// Ids of the objects whose changes are recorded, as closed intervals that never overlap.
 class WdbTracedObjects {
 public:

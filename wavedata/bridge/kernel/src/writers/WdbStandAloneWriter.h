@@ -7,8 +7,8 @@
 #include "container/WdbStringMapDatabase.h"
 #include "events/WdbIEventBlockDatabase.h"
 #include "korvel/IWdbWriter.h"
+#include "support/WdbCheckpointClock.h"
 #include "support/WdbICheckpoint.h"
-#include "writers/WdbCheckpointClock.h"
 #include "writers/WdbVlogMerge.h"
 
 namespace Korvel {

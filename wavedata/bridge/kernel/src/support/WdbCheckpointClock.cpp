@@ -1,4 +1,4 @@
-#include "writers/WdbCheckpointClock.h"
+#include "support/WdbCheckpointClock.h"
 
 #include <algorithm>
 #include <ctime>
