@@ -108,11 +108,12 @@ public:
     virtual void getValueEvent(long long time, const std::vector<WdbScalarBTree*>& trees,
                                WdbTimeByteValues& out) const = 0;
 
-    /// The mutex that markTime() takes a lock of.
+    /// The mutex that markTime() takes a lock of. Another one after createReader().
     virtual boost::mutex& getTimeMarkMutex() = 0;
 
-    /// Waits until the running simulation has marked a time. Returns at once for a finished
-    /// recording.
+    /// Waits until the running simulation has marked a time since @p lock was taken. Returns also
+    /// when no more comes: the simulation has ended or died, or begins anew, or is followed no
+    /// longer. Returns at once for a finished recording.
     virtual void markTime(boost::unique_lock<boost::mutex>& lock) = 0;
 
     /// Whether events arrived since the last call.
@@ -123,9 +124,12 @@ public:
 
     virtual WdbAddressBTreeManager& getBTreeManager() = 0;
 
-    /// Embed a file, or settings, in the recording of a running simulation.
+    /// Embed a file in the recording of a running simulation; to be done again after
+    /// relaunchAfterRestart(). Throw Veld::OpenException for a file that cannot be read.
     virtual void saveRtti(const std::string& path) = 0;
     virtual void saveDbg(const std::string& path) = 0;
+
+    /// Keeps settings of the viewer's front end, not in the recording.
     virtual void setProtoSettingsString(const std::string& settings) = 0;
 
     /// Adds an object to the set of those that are traced.

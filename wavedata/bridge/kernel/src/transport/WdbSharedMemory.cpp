@@ -16,8 +16,9 @@ namespace {
 
 constexpr int MarginSize = 8;  // behind the ring, never touched
 constexpr mode_t AccessMode = 0777;
-// Set by a viewer, which takes its lock, so that the simulator can tell one that died from one that
-// never came. It means nothing else for an object in memory.
+// A side sets its bit when it takes its lock, so that the other one can tell a process that died
+// from one that never came, or takes no lock. The bits mean nothing else for an object in memory.
+constexpr mode_t SimulatorWasThere = S_ISGID;
 constexpr mode_t ViewerWasThere = S_ISVTX;
 
 // How long a viewer waits for an object that has just been made to get its size.
@@ -46,6 +47,15 @@ bool takeLock(int file, LockByte byte) {
 bool isLockedByOther(int file, LockByte byte) {
     struct flock lock = lockOf(byte);
     return ::fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+// May be refused where the object is another user's: this side then counts as one without a lock.
+void setBit(int file, mode_t bit) {
+    constexpr mode_t AllBits = 07777;
+    struct stat status = {};
+    if (::fstat(file, &status) != 0) return;
+    const int refused = ::fchmod(file, (status.st_mode & AllBits) | bit);
+    static_cast<void>(refused);
 }
 
 bool isSameObject(int one, int two) {
@@ -99,6 +109,7 @@ char* WdbSharedMemory::createSharedMemory(int size, const std::string& name, int
     if (m_file < 0) return fail("shm_open");
     takeLock(m_file, SimulatorByte);  // before the object has its size, which is what viewers await
     if (!reserve(size)) return fail("ftruncate");
+    setBit(m_file, SimulatorWasThere);  // last: a change of size takes it away
     return mapObject(size);
 }
 
@@ -112,14 +123,7 @@ char* WdbSharedMemory::getSharedMemory(int size, const std::string& name, int) {
         m_isTaken = true;
         return fail(nullptr);
     }
-    struct stat status = {};
-    if (::fstat(m_file, &status) == 0) {
-        // May be refused where the object is another user's: the simulator then waits for a viewer
-        // that died.
-        const int refused = ::fchmod(m_file, (status.st_mode & AccessMode) | ViewerWasThere);
-        static_cast<void>(refused);
-    }
-    m_isOtherSideKnown = isLockedByOther(m_file, SimulatorByte);
+    setBit(m_file, ViewerWasThere);
     if (!awaitSize(size)) return fail("mmap");
     return mapObject(size);
 }
@@ -179,18 +183,14 @@ bool WdbSharedMemory::isOfThisProcess() const {
 }
 
 bool WdbSharedMemory::isOtherSideThere() const {
-    if (m_file < 0) return false;
-    const bool isThere = isLockedByOther(m_file, m_isSimulator ? ViewerByte : SimulatorByte);
-    if (isThere) m_isOtherSideKnown = true;
-    return isThere;
+    return m_file >= 0 && isLockedByOther(m_file, m_isSimulator ? ViewerByte : SimulatorByte);
 }
 
 bool WdbSharedMemory::hasOtherSideLeft() const {
-    if (m_file < 0 || isOtherSideThere()) return false;
-    if (m_isOtherSideKnown) return true;
     struct stat status = {};
-    if (::fstat(m_file, &status) != 0) return false;
-    return m_isSimulator ? (status.st_mode & ViewerWasThere) != 0 : status.st_nlink == 0;
+    if (m_file < 0 || isOtherSideThere() || ::fstat(m_file, &status) != 0) return false;
+    if (m_isSimulator) return (status.st_mode & ViewerWasThere) != 0;
+    return (status.st_mode & SimulatorWasThere) != 0 || status.st_nlink == 0;
 }
 
 bool WdbSharedMemory::isNamed() const {

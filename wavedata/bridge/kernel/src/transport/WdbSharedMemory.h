@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <string>
 
 #include <sys/types.h>
@@ -79,7 +78,6 @@ private:
     bool m_isSimulator = false;
     pid_t m_processID;  // of the process that mapped it
     bool m_isTaken = false;
-    mutable std::atomic<bool> m_isOtherSideKnown{false};  // to hold a lock while it is there
 };
 
 /// Name of the object that belongs to @p directory; empty, and reported, where that cannot be found
