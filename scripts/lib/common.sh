@@ -20,17 +20,31 @@ say() {
     printf '\n== %s\n' "$*"
 }
 
-# Shows a command as a user would type it, then runs it.
-show() {
-    local word line=''
+# Shows a command as a user would type it, with what is put behind it.
+show_line() {
+    local word line='' behind=$1
+    shift
     for word in "$@"; do
         case $word in
             *[!A-Za-z0-9_./=+:,@-]*) line+=" '$word'" ;;
             *) line+=" $word" ;;
         esac
     done
-    printf '\n$%s\n' "$line"
+    printf '\n$%s%s\n' "$line" "$behind"
+}
+
+# Shows a command, then runs it.
+show() {
+    show_line '' "$@"
     "$@"
+}
+
+# show_end LINES COMMAND...: the same with the last lines of its output alone.
+show_end() {
+    local lines=$1
+    shift
+    show_line " | tail -n $lines" "$@"
+    "$@" | tail -n "$lines"
 }
 
 die() {

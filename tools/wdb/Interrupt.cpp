@@ -10,11 +10,12 @@ constexpr int SignalsUntilTheEnd = 3;
 
 }  // namespace
 
-Interrupt::Interrupt() {
+Interrupt::Interrupt(Waiting waiting) {
     s_count = 0;
     struct sigaction action {};
     action.sa_handler = &Interrupt::handle;
     sigemptyset(&action.sa_mask);
+    if (waiting == Waiting::GoesOn) action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, &m_oldInterrupt);
     sigaction(SIGTERM, &action, &m_oldTermination);
     sigaction(SIGHUP, &action, &m_oldHangup);

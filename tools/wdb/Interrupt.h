@@ -5,11 +5,14 @@
 namespace Korvel {
 
 /// While one lives, SIGINT, SIGTERM and SIGHUP only set a flag, so that a verb that writes a file
-/// can finish it. System calls that wait are interrupted, not restarted. A third signal ends the
-/// process in the usual way, should the verb not get to look. One at a time.
+/// can finish it. A third signal ends the process in the usual way, should the verb not get to
+/// look. One at a time.
 class Interrupt {
 public:
-    Interrupt();
+    /// What becomes of a system call that waits when a signal comes.
+    enum class Waiting { Ends, GoesOn };
+
+    explicit Interrupt(Waiting waiting = Waiting::Ends);
     ~Interrupt();
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;

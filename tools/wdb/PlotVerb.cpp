@@ -3,21 +3,15 @@
 #include "Interrupt.h"
 #include "OutputFile.h"
 #include "ToolError.h"
-#include "ask/QueryOptions.h"
 #include "inspect/Json.h"
-#include "plot/RowBuilder.h"
-#include "plot/RowShapes.h"
+#include "plot/RecordingPicture.h"
 #include "plot/SvgPicture.h"
-#include "plot/TimeAxis.h"
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdio>
 #include <filesystem>
-#include <limits>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -27,12 +21,6 @@ namespace Korvel {
 
 namespace {
 
-// A picture of more rows, or of an object with more bits, shows nothing; its memory would grow
-// with their number times the width.
-constexpr std::size_t MostRows = 500;
-constexpr std::size_t MostScalarsOfRow = 1 << 16;
-
-constexpr unsigned int DefaultWidth = 1000;
 constexpr unsigned int LeastWidth = 200;
 constexpr unsigned int LargestWidth = 10'000;
 
@@ -41,7 +29,7 @@ struct PlotOptions {
     std::string output;
     std::string from;
     std::string to;
-    unsigned int width = DefaultWidth;
+    unsigned int width = DefaultPictureWidth;
     std::string theme;
     std::string title;
 };
@@ -54,72 +42,6 @@ Theme themeOf(const std::string& name) {
 std::string outputName(const PlotOptions& options) {
     if (!options.output.empty()) return options.output;
     return std::filesystem::path(options.query.file).replace_extension(".svg").string();
-}
-
-void checkObjects(const std::string& file, const std::vector<ViewedObject>& objects) {
-    if (objects.size() > MostRows) {
-        throw ToolError(file, fmt::format("{} objects are more than a picture can show ({}); name "
-                                          "those to be drawn",
-                                          objects.size(), MostRows));
-    }
-    for (const ViewedObject& viewed : objects) {
-        if (viewed.scalarCount() <= MostScalarsOfRow) continue;
-        throw ToolError(file, fmt::format("{} has more bits than a row can show ({}); take a slice",
-                                          viewed.name, MostScalarsOfRow));
-    }
-}
-
-// The range that is asked for, made so long that its begin and end are different pixels.
-void setRange(WavePicture& picture, const ViewedRecording& recording, const PlotOptions& options) {
-    const TimeRange range = timeRange(recording, options.from, options.to);
-    picture.from = std::min(range.from, std::numeric_limits<long long>::max() - 1);
-    picture.to = std::max(range.to, picture.from + 1);
-    if (picture.from > recording.latestTime()) {
-        fmt::print(stderr, "wdb: {}: {} is after the end of the recording, {}\n", recording.file(),
-                   recording.formatTime(picture.from),
-                   recording.formatTime(recording.latestTime()));
-    }
-}
-
-// One scalar is asked for after the other: see RowRaster.
-RowRaster rasterOf(const ViewedRecording& recording, const WavePicture& picture,
-                   std::size_t columns, std::size_t scalars, WdbScalarBTree* const* trees) {
-    const long long end = std::clamp(recording.latestTime(), picture.from, picture.to);
-    RowRaster raster(picture.from, picture.to, end, columns, scalars);
-    std::vector<WdbTimeByteValues> snapshots;
-    for (std::size_t i = 0; i < scalars; ++i) {
-        snapshots.clear();
-        recording.reader().getValueEvents(picture.from, end, raster.resolution(), {trees[i]},
-                                          snapshots);
-        raster.addScalar(i, snapshots);
-    }
-    return raster;
-}
-
-void drawRows(WavePicture& picture, const ViewedRecording& recording,
-              const std::vector<ViewedObject>& objects, const ValueFormat& format) {
-    const std::vector<WdbScalarBTree*> trees =
-        recording.makeTrees(scalarsOf(objects, recording.file()));
-    for (const ViewedObject& viewed : objects)
-        picture.rows.push_back(rowOf(viewed, recording.description()));
-    joinLoneRows(picture.rows);
-    if (picture.from > recording.latestTime()) return;
-    const unsigned int width = waveWidth(picture);
-    const RowBuilder builder(format, picture.from, picture.to, width);
-    WdbScalarBTree* const* next = trees.data();
-    for (std::size_t i = 0; i < objects.size(); ++i) {
-        const std::size_t count = objects[i].scalarCount();
-        const unsigned int columns = width / finestDetail(picture.rows[i].kind);
-        builder.fill(picture.rows[i], objects[i],
-                     rasterOf(recording, picture, columns, count, next));
-        next += count;
-        if (Interrupt::isRequested()) throw ToolExit{ExitInterrupted};
-    }
-}
-
-std::string timeSpan(const WavePicture& picture) {
-    return fmt::format("{} to {}", readableTime(picture.from, picture.timeUnit),
-                       readableTime(picture.to, picture.timeUnit));
 }
 
 void printSummary(const PlotOptions& options, const WavePicture& picture,
@@ -144,17 +66,21 @@ void runPlot(const PlotOptions& options) {
     if (std::filesystem::equivalent(output, recording.file(), ignored)) {
         throw ToolError(output, "is the recording itself; the picture needs another name");
     }
-    WavePicture picture;
-    setRange(picture, recording, options);
-    picture.timeUnit = recording.timeUnit();
+    WavePicture picture = pictureOf(recording, timeRange(recording, options.from, options.to));
+    if (picture.from > recording.latestTime()) {
+        fmt::print(stderr, "wdb: {}: {} is after the end of the recording, {}\n", recording.file(),
+                   recording.formatTime(picture.from),
+                   recording.formatTime(recording.latestTime()));
+    }
     picture.width = options.width;
     picture.theme = themeOf(options.theme);
     picture.title = options.title;
-    picture.caption = fmt::format(
-        "{}, {}", std::filesystem::path(recording.file()).filename().string(), timeSpan(picture));
     const std::vector<ViewedObject> objects = selectViewedObjects(recording, options.query.objects);
-    checkObjects(recording.file(), objects);
-    drawRows(picture, recording, objects, options.query.format(recording));
+    checkDrawable(recording.file(), objects);
+    const std::vector<WdbScalarBTree*> trees =
+        recording.makeTrees(scalarsOf(objects, recording.file()));
+    if (!drawRows(picture, recording, objects, trees, options.query.format(recording)))
+        throw ToolExit{ExitInterrupted};
 
     OutputFile file(output);
     file.put(svgDocument(picture));

@@ -29,13 +29,17 @@ ProgressBar::~ProgressBar() {
 }
 
 void ProgressBar::update(double fraction) {
-    if (!m_isTerminal || Clock::now() < m_nextDrawing) return;
-    m_nextDrawing = Clock::now() + DrawingInterval;
-    m_isShown = true;
+    if (!isDue()) return;
     fraction = std::clamp(fraction, 0.0, 1.0);
     const auto full = static_cast<std::size_t>(fraction * BarColumns);
-    fmt::print(stderr, "\r{} [{}{}] {:3.0f} %", m_title, std::string(full, '#'),
-               std::string(BarColumns - full, ' '), fraction * 100);
+    update(fmt::format("[{}{}] {:3.0f} %", std::string(full, '#'),
+                       std::string(BarColumns - full, ' '), fraction * 100));
+}
+
+void ProgressBar::update(const std::string& text) {
+    m_nextDrawing = Clock::now() + DrawingInterval;
+    m_isShown = true;
+    fmt::print(stderr, "{}{} {}", EraseLine, m_title, text);
     std::fflush(stderr);
 }
 

@@ -19,6 +19,11 @@ public:
     /// @param fraction  0 to 1. Cheap: draws a few times a second at most.
     void update(double fraction);
 
+    /// Whether it would be drawn now. Cheap.
+    bool isDue() const { return m_isTerminal && Clock::now() >= m_nextDrawing; }
+    /// Draws it with a text, where nobody knows how long it will take. For when it is due.
+    void update(const std::string& text);
+
 private:
     using Clock = std::chrono::steady_clock;
 

@@ -3,6 +3,7 @@
 #include "ChangesVerb.h"
 #include "DumpVerb.h"
 #include "ExportVerb.h"
+#include "FollowVerb.h"
 #include "ImportVerb.h"
 #include "InfoVerb.h"
 #include "ListVerb.h"
@@ -61,6 +62,7 @@ int main(int argc, char** argv) {
     bool isTimed = false;
     tool.add_flag("--timing", isTimed, "Say on standard error what time the verb took");
     Korvel::addImportVerb(tool);
+    Korvel::addFollowVerb(tool);
     Korvel::addInfoVerb(tool);
     Korvel::addListVerb(tool);
     Korvel::addValueVerb(tool);

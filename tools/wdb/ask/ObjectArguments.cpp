@@ -105,8 +105,8 @@ std::optional<ViewedObject> sliceOf(const DesignDescription& description, const 
 
 class Selector {
 public:
-    explicit Selector(const ViewedRecording& recording)
-        : m_file(recording.file()), m_description(recording.description()) {}
+    Selector(const std::string& file, const DesignDescription* description)
+        : m_file(file), m_description(description) {}
 
     void addAll();
     void add(const std::string& name);
@@ -226,7 +226,13 @@ const char* const ObjectArgumentsHelp =
 
 std::vector<ViewedObject> selectViewedObjects(const ViewedRecording& recording,
                                               const std::vector<std::string>& names) {
-    Selector selector(recording);
+    return selectViewedObjects(recording.file(), recording.description(), names);
+}
+
+std::vector<ViewedObject> selectViewedObjects(const std::string& file,
+                                              const DesignDescription* description,
+                                              const std::vector<std::string>& names) {
+    Selector selector(file, description);
     if (names.empty()) selector.addAll();
     for (const std::string& name : names)
         selector.add(name);

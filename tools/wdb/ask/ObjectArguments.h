@@ -19,6 +19,13 @@ namespace Korvel {
 std::vector<ViewedObject> selectViewedObjects(const ViewedRecording& recording,
                                               const std::vector<std::string>& names);
 
+/// The same before there is a recording.
+/// @param file         What errors name.
+/// @param description  Null where there is none.
+std::vector<ViewedObject> selectViewedObjects(const std::string& file,
+                                              const DesignDescription* description,
+                                              const std::vector<std::string>& names);
+
 /// Help text of the option that takes such names.
 extern const char* const ObjectArgumentsHelp;
 

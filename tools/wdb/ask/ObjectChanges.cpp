@@ -7,10 +7,16 @@ namespace Korvel {
 ObjectChanges::ObjectChanges(const ViewedRecording& recording,
                              const std::vector<ViewedObject>& objects, TimeRange range,
                              long long resolution)
+    : ObjectChanges(recording, objects, recording.makeTrees(scalarsOf(objects, recording.file())),
+                    range, resolution) {}
+
+ObjectChanges::ObjectChanges(const ViewedRecording& recording,
+                             const std::vector<ViewedObject>& objects,
+                             const std::vector<WdbScalarBTree*>& trees, TimeRange range,
+                             long long resolution)
     : m_objects(objects),
       m_range(range),
-      m_records(recording.makeTrees(scalarsOf(objects, recording.file())), range.from, range.to,
-                resolution, recording.latestTime()) {
+      m_records(trees, range.from, range.to, resolution, recording.latestTime()) {
     m_firstScalars.reserve(objects.size());
     for (std::uint32_t i = 0; i < objects.size(); ++i) {
         m_firstScalars.push_back(m_owners.size());

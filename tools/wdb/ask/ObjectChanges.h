@@ -20,6 +20,11 @@ public:
     ObjectChanges(const ViewedRecording& recording, const std::vector<ViewedObject>& objects,
                   TimeRange range, long long resolution);
 
+    /// The same of indexes that are there already, and may be growing: the caller then holds the
+    /// reader's mutex for as long as this lives.
+    ObjectChanges(const ViewedRecording& recording, const std::vector<ViewedObject>& objects,
+                  const std::vector<WdbScalarBTree*>& trees, TimeRange range, long long resolution);
+
     /// Moves to the next time at which something changes. False at the end.
     bool next();
 

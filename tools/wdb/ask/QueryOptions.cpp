@@ -12,6 +12,10 @@ namespace Korvel {
 
 void QueryOptions::addTo(CLI::App& verb) {
     verb.add_option("FILE", file, "The recording")->required();
+    addFormatTo(verb);
+}
+
+void QueryOptions::addFormatTo(CLI::App& verb) {
     verb.add_option_function<std::string>(
             "-r,--radix", [this](const std::string& name) { radix = radixNames().at(name); },
             "How vectors are shown; x, z, X and Z stand for digits that are not known")

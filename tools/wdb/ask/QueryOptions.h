@@ -25,6 +25,8 @@ struct QueryOptions {
     /// Adds FILE, -r and --json; FILE comes before other positional arguments. The options must
     /// live as long as the verb.
     void addTo(CLI::App& verb);
+    /// -r and --json alone.
+    void addFormatTo(CLI::App& verb);
     CLI::Option* addObjectsTo(CLI::App& verb);
 
     ValueFormat format(const ViewedRecording& recording) const {

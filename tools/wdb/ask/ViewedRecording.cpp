@@ -29,10 +29,26 @@ bool isTooLargeTime(const std::string& text, const std::optional<TimeUnit>& unit
     // A fraction of the base unit is no time, however small.
     const auto points = std::count(text.begin(), end, '.');
     const bool isNumber = points <= (end == text.end() ? 0 : 1) && end != text.begin();
-    return isNumber && Korvel::parseTime("1" + std::string(end, text.end()), unit).has_value();
+    return isNumber && parseTime("1" + std::string(end, text.end()), unit).has_value();
 }
 
 }  // namespace
+
+ParsedTime parseTimeArgument(const std::string& file, const std::string& text,
+                             const std::optional<TimeUnit>& unit) {
+    if (auto time = parseTime(text, unit)) {
+        if (time->units >= 0) return *time;
+        throw ToolError(file, fmt::format("the time '{}' is negative", text));
+    }
+    if (isTooLargeTime(text, unit)) return {std::numeric_limits<std::int64_t>::max(), true};
+    throw ToolError(file,
+                    fmt::format("'{}' is no time{}", text,
+                                unit ? "" : " (the time unit is not known: give a plain number)"));
+}
+
+void sayUndescribed(const std::string& file, const std::string& reason) {
+    fmt::print(stderr, "wdb: {}: objects have no names, only addresses: {}\n", file, reason);
+}
 
 ViewedRecording::ViewedRecording(const std::string& file)
     : m_file(file),
@@ -58,9 +74,7 @@ void ViewedRecording::readDescription() {
         m_description = DesignDescription::viewing(m_descriptionBytes.get(),
                                                    static_cast<std::size_t>(size), &fault);
     }
-    if (!m_description) {
-        fmt::print(stderr, "wdb: {}: objects have no names, only addresses: {}\n", m_file, fault);
-    }
+    if (!m_description) sayUndescribed(m_file, fault);
 }
 
 std::optional<TimeUnit> ViewedRecording::timeUnit() const {
@@ -76,19 +90,6 @@ StringLookup ViewedRecording::strings() const {
         if (text.empty()) return std::nullopt;
         return text;
     };
-}
-
-ParsedTime ViewedRecording::parseTime(const std::string& text) const {
-    if (auto time = Korvel::parseTime(text, timeUnit())) {
-        if (time->units >= 0) return *time;
-        throw ToolError(m_file, fmt::format("the time '{}' is negative", text));
-    }
-    if (isTooLargeTime(text, timeUnit())) return {std::numeric_limits<std::int64_t>::max(), true};
-    const bool isUnitKnown = timeUnit().has_value();
-    throw ToolError(
-        m_file,
-        fmt::format("'{}' is no time{}", text,
-                    isUnitKnown ? "" : " (the time unit is not known: give a plain number)"));
 }
 
 std::vector<WdbScalarBTree*> ViewedRecording::makeTrees(

@@ -10,16 +10,31 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Korvel {
 
-/// A finished recording as a viewer sees it: through the reader that the library exports.
+/// A time as the command line gives it: "120ns", or a plain number of units. Times beyond 64 bits
+/// become the largest. Throws ToolError for anything else, negative times included.
+/// @param file  What errors name.
+ParsedTime parseTimeArgument(const std::string& file, const std::string& text,
+                             const std::optional<TimeUnit>& unit);
+
+/// Objects have no names, only addresses: says why in one line on standard error.
+void sayUndescribed(const std::string& file, const std::string& reason);
+
+/// A recording as a viewer sees it: through a reader that the library exports.
 class ViewedRecording {
 public:
-    /// Throws ToolError when the file cannot be opened. Says so in one line on standard error where
-    /// the design is not described, because objects have no names then.
+    /// A finished one. Throws ToolError when the file cannot be opened. Says so in one line on
+    /// standard error where the design is not described, because objects have no names then.
     explicit ViewedRecording(const std::string& file);
+
+    /// One that @p reader, which is open, makes of a running simulation.
+    ViewedRecording(const std::string& file, std::unique_ptr<WdbIEventReader> reader,
+                    std::optional<DesignDescription> description)
+        : m_file(file), m_reader(std::move(reader)), m_description(std::move(description)) {}
 
     const std::string& file() const { return m_file; }
     WdbIEventReader& reader() const { return *m_reader; }
@@ -35,9 +50,9 @@ public:
     /// The texts that values of strings refer to.
     StringLookup strings() const;
 
-    /// A time as the command line gives it: "120ns", or a plain number of units. Times beyond 64
-    /// bits become the largest. Throws ToolError for anything else, negative times included.
-    ParsedTime parseTime(const std::string& text) const;
+    ParsedTime parseTime(const std::string& text) const {
+        return parseTimeArgument(m_file, text, timeUnit());
+    }
     std::string formatTime(long long time) const { return Korvel::formatTime(time, timeUnit()); }
 
     /// The indexes of scalars, made with a progress bar. Asking for all at once costs one scan.
