@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include "tests/support/Await.h"
@@ -133,6 +134,20 @@ TEST_F(SharedMemory, goesOnWithoutAViewerThatLeft) {
     WdbSharedMemMgr viewer(Viewer, m_path, 0, RingSize);
     EXPECT_TRUE(viewer.getPackets(taken.data(), available));
     EXPECT_LT(available, 4 * (Size + 24));
+}
+
+TEST_F(SharedMemory, keepsWhatWaitsWhenItsNameIsTakenAway) {
+    WdbSharedMemMgr simulator(Simulator, m_path, 0);
+    ASSERT_TRUE(putValue(simulator, 10));
+    ::shm_unlink(simulator.getMemory().getName().c_str());
+    ASSERT_TRUE(becomesTrue(
+        [&] { return WdbSharedMemory::look(m_path).isThere || !simulator.putPacketMarkTime(1); }));
+    WdbSharedMemMgr viewer(Viewer, m_path, 0);
+    std::vector<char> taken(WdbSharedMemMgr::RingSize);
+    unsigned int available = 0;
+    ASSERT_TRUE(viewer.getPackets(taken.data(), available));
+    EXPECT_EQ(available % 12, 34U % 12) << "a value and marks";
+    EXPECT_EQ(taken[0], 30);
 }
 
 TEST_F(SharedMemory, waitsForAFirstViewerUntilItIsShutDown) {

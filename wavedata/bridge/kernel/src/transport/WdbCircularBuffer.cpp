@@ -45,6 +45,14 @@ void WdbCircularBuffer::clear() {
     __atomic_store_n(reinterpret_cast<OffsetPair*>(m_pWrite), 0, __ATOMIC_SEQ_CST);
 }
 
+void WdbCircularBuffer::takeOver(const WdbCircularBuffer& other) {
+    if (m_data == nullptr || other.m_data == nullptr || m_capacity != other.m_capacity) return;
+    const OffsetPair offsets =
+        __atomic_load_n(reinterpret_cast<const OffsetPair*>(other.m_pWrite), __ATOMIC_SEQ_CST);
+    std::memcpy(m_data, other.m_data, m_capacity);
+    __atomic_store_n(reinterpret_cast<OffsetPair*>(m_pWrite), offsets, __ATOMIC_SEQ_CST);
+}
+
 // --- The consumer. ---
 
 bool WdbCircularBuffer::canRead(unsigned int& read, unsigned int& write,

@@ -50,6 +50,10 @@ public:
 
     void clear();
 
+    /// Takes the place of a ring of the same size, whose producer this is: what waits there waits
+    /// here.
+    void takeOver(const WdbCircularBuffer& other);
+
 private:
     template <typename Copy>
     bool put(unsigned long long n, Copy&& copy);

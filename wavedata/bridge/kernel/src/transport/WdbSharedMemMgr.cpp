@@ -2,6 +2,8 @@
 
 #include <ctime>
 #include <iostream>
+#include <limits>
+#include <utility>
 
 #include <boost/chrono/duration.hpp>
 #include <boost/thread/thread.hpp>
@@ -28,19 +30,21 @@ long long coarseNow() {
 
 WdbSharedMemMgr::WdbSharedMemMgr(bool create, const std::string& directory, int index, int ringSize)
     : m_directory(directory), m_index(index), m_ringSize(ringSize), m_isSimulator(create) {
-    attach(create ? WdbSharedMemory::Create : WdbSharedMemory::Open);
+    m_memory = makeMemory(create ? WdbSharedMemory::Create : WdbSharedMemory::Open);
+    m_ring = makeRing(*m_memory);
 }
 
 WdbSharedMemMgr::~WdbSharedMemMgr() {
     if (m_isSimulator && m_memory->isOfThisProcess()) awaitWaitingViewer();
 }
 
-void WdbSharedMemMgr::attach(int create) {
-    m_ring.reset();
-    m_memory.reset();
-    m_memory = std::make_unique<WdbSharedMemory>(create, m_ringSize, m_directory, m_index);
-    m_ring = std::make_unique<WdbCircularBuffer>(
-        m_memory->getAddress(), static_cast<unsigned int>(m_ringSize), m_isSimulator);
+std::unique_ptr<WdbSharedMemory> WdbSharedMemMgr::makeMemory(int create) const {
+    return std::make_unique<WdbSharedMemory>(create, m_ringSize, m_directory, m_index);
+}
+
+std::unique_ptr<WdbCircularBuffer> WdbSharedMemMgr::makeRing(const WdbSharedMemory& memory) const {
+    return std::make_unique<WdbCircularBuffer>(
+        memory.getAddress(), static_cast<unsigned int>(m_ringSize), m_isSimulator);
 }
 
 // --- The simulator's side. ---
@@ -97,12 +101,20 @@ bool WdbSharedMemMgr::makeRoom() {
 }
 
 // A viewer takes the object's name away when it goes; the next one is to find the simulation all
-// the same. A name that another simulator has taken meanwhile is left to it.
+// the same, with what waits in the ring. A name that another simulator has by now is left to it.
 void WdbSharedMemMgr::renewObject() {
     if (m_memory->getAddress() == nullptr || m_memory->isNamed()) return;
     if (m_memory->isOtherSideThere() || WdbSharedMemory::look(m_directory).isThere) return;
-    m_hadViewer = true;
-    attach(WdbSharedMemory::Create);
+    if (m_memory->hasOtherSideLeft()) m_hadViewer = true;
+    auto memory = makeMemory(WdbSharedMemory::Create);
+    if (memory->getAddress() == nullptr) {
+        m_lookDueAt = std::numeric_limits<long long>::max();  // nothing will change soon
+        return;
+    }
+    auto ring = makeRing(*memory);
+    ring->takeOver(*m_ring);
+    m_ring = std::move(ring);
+    m_memory = std::move(memory);
 }
 
 void WdbSharedMemMgr::awaitWaitingViewer() {

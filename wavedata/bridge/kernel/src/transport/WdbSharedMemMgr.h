@@ -66,7 +66,8 @@ private:
     template <typename Attempt>
     bool putWithRetry(unsigned long long size, Attempt&& attempt);
     bool makeRoom();
-    void attach(int create);
+    std::unique_ptr<WdbSharedMemory> makeMemory(int create) const;
+    std::unique_ptr<WdbCircularBuffer> makeRing(const WdbSharedMemory& memory) const;
     void renewObject();
     void awaitWaitingViewer();
 

@@ -25,8 +25,13 @@ constexpr mode_t ViewerWasThere = S_ISVTX;
 constexpr int SizeAttempts = 100;
 constexpr useconds_t SizeInterval = 10'000;
 
-// The byte of the object whose lock tells that a side is there.
-enum LockByte : off_t { SimulatorByte = 0, ViewerByte = 1 };
+// The byte of the object whose lock tells that a side is there, and the one whose lock is held by
+// whoever takes the object's name away.
+enum LockByte : off_t { SimulatorByte = 0, ViewerByte = 1, NameByte = 2 };
+
+// How long somebody else may take to do so. Long, since it takes two system calls.
+constexpr int NameAttempts = 200;
+constexpr useconds_t NameInterval = 1'000;
 
 struct flock lockOf(LockByte byte) {
     struct flock lock = {};
@@ -47,6 +52,13 @@ bool takeLock(int file, LockByte byte) {
 bool isLockedByOther(int file, LockByte byte) {
     struct flock lock = lockOf(byte);
     return ::fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+// From here until the file is closed, nobody else takes the name of this object to another one or
+// away, so that what a look at the name finds stays true.
+void lockName(int file) {
+    for (int i = 0; i < NameAttempts && !takeLock(file, NameByte); ++i)
+        ::usleep(NameInterval);
 }
 
 // May be refused where the object is another user's: this side then counts as one without a lock.
@@ -104,8 +116,13 @@ char* WdbSharedMemory::createSharedMemory(int size, const std::string& name, int
     closeMem();
     m_name = name;
     m_isSimulator = true;
+    const int old = ::shm_open(name.c_str(), O_RDWR, AccessMode);
+    if (old >= 0) lockName(old);
     ::shm_unlink(name.c_str());
     m_file = ::shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, AccessMode);
+    const int error = errno;
+    if (old >= 0) ::close(old);
+    errno = error;
     if (m_file < 0) return fail("shm_open");
     takeLock(m_file, SimulatorByte);  // before the object has its size, which is what viewers await
     if (!reserve(size)) return fail("ftruncate");
@@ -170,12 +187,15 @@ char* WdbSharedMemory::fail(const char* call) {
 }
 
 void WdbSharedMemory::closeMem() {
-    const bool isNamedStill = isNamed();
+    // A child of the simulator that ends leaves the object to its parent.
+    if (m_file >= 0 && isOfThisProcess()) {
+        lockName(m_file);
+        if (isNamed()) ::shm_unlink(m_name.c_str());
+    }
     if (m_address != nullptr) ::munmap(m_address, static_cast<std::size_t>(m_mappedSize));
     m_address = nullptr;
     if (m_file >= 0) ::close(m_file);
     m_file = -1;
-    if (isNamedStill && isOfThisProcess()) ::shm_unlink(m_name.c_str());
 }
 
 bool WdbSharedMemory::isOfThisProcess() const {
