@@ -64,7 +64,6 @@ TEST(DesignDescription, keepsTheHeadTheTypesAndTheAttributes) {
     EXPECT_THAT(description->literal(0, 0), FieldsAre("idle", -1, ""));
     EXPECT_THAT(description->literal(0, 1), FieldsAre("busy", 3, "1x"));
     EXPECT_EQ(description->object(0).size, 24U);
-    EXPECT_EQ(description->objectPathWithRange(0), "top.cpu.pc[67:-2]");
     EXPECT_THAT(description->objectAttributes(0),
                 ElementsAre(FieldsAre(AttributeKind::PackedArray, "", -3, INT64_MAX)));
     EXPECT_THROW((void)description->object(2), std::out_of_range);

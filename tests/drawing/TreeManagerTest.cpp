@@ -1,11 +1,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <future>
-#include <map>
 #include <memory>
-#include <ostream>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -15,7 +14,7 @@
 #include "events/WdbLiveEvent.h"
 #include "korvel/BTreeEventDispatcher.h"
 #include "korvel/WdbAddressBTreeManager.h"
-#include "tests/support/EventFile.h"
+#include "tests/drawing/ValueModel.h"
 #include "tests/support/OpenFailure.h"
 
 #include <sys/resource.h>
@@ -24,28 +23,14 @@
 namespace Korvel {
 namespace {
 
-struct Record {
-    long long time;
-    unsigned int value;
-    bool operator==(const Record&) const = default;
-    friend std::ostream& operator<<(std::ostream& out, const Record& record) {
-        return out << record.time << '=' << record.value;
-    }
-};
-using Records = std::vector<Record>;
+using Records = std::vector<std::pair<long long, unsigned int>>;  // time, value
 
-// Events of a small design whose data space crosses the end of a bucket in the middle of a word
-// pair, and what each scalar of it really did.
+// Events of a small design whose data space crosses a bucket's end in the middle of a word pair.
 class Design {
 public:
     static constexpr long long Size = 2048 + 64;
-    struct Event {
-        long long time;
-        long long address;
-        std::string values;
-    };
 
-    Design(unsigned int seed, unsigned int events) : m_bytes(Size, '\0') {
+    Design(unsigned int seed, unsigned int events) {
         std::mt19937 random(seed);
         long long time = 0;
         for (unsigned int i = 0; i < events; ++i) {
@@ -54,11 +39,11 @@ public:
             std::string values(random() % 4 == 0 ? 1 + random() % 20 : 8, '\0');
             for (char& value : values)
                 value = static_cast<char>(random() % 5 == 0 ? random() : 0);
-            m_events.push_back({time, address, values});
+            m_events.push_back({0, time, address, values});
         }
     }
 
-    const std::vector<Event>& events() const { return m_events; }
+    const std::vector<StoredEvent>& events() const { return m_events; }
 
     std::vector<WdbScalar> scalars() const {
         std::vector<WdbScalar> all;
@@ -72,37 +57,8 @@ public:
         return all;
     }
 
-    Records recordsOf(WdbScalar scalar) const {
-        if (scalar.bit > 31) scalar = {scalar.address + 8, scalar.bit - 32};
-        std::string bytes = m_bytes;
-        std::map<long long, unsigned int> atEnd;  // of each time at which a byte of it was written
-        for (const Event& event : m_events) {
-            bytes.replace(static_cast<std::size_t>(event.address), event.values.size(),
-                          event.values);
-            const long long last = scalar.address + (scalar.bit < 0 ? 0 : 7);
-            const long long end = event.address + static_cast<long long>(event.values.size());
-            if (event.address <= last && scalar.address < end)
-                atEnd[event.time] = valueIn(bytes, scalar);
-        }
-        Records records;
-        for (const auto& [time, value] : atEnd) {
-            if (records.empty() || records.back().value != value) records.push_back({time, value});
-        }
-        return records;
-    }
-
 private:
-    static unsigned int valueIn(const std::string& bytes, WdbScalar scalar) {
-        const auto at = [&](long long address) {
-            return static_cast<unsigned char>(bytes[static_cast<std::size_t>(address)]);
-        };
-        if (scalar.bit < 0) return at(scalar.address);
-        const long long byte = scalar.address + scalar.bit / 8;
-        return (at(byte) >> scalar.bit % 8 & 1U) | (at(byte + 4) >> scalar.bit % 8 & 1U) << 1;
-    }
-
-    std::vector<Event> m_events;
-    std::string m_bytes;
+    std::vector<StoredEvent> m_events;
 };
 
 Records recordsIn(const WdbScalarBTree& tree) {
@@ -116,17 +72,25 @@ Records recordsIn(const WdbScalarBTree& tree) {
 
 void expectAll(const Design& design, const std::vector<WdbScalarBTree*>& trees) {
     const std::vector<WdbScalar> scalars = design.scalars();
+    const ValueModel model(design.events());
     ASSERT_EQ(trees.size(), scalars.size());
     for (std::size_t i = 0; i < scalars.size(); ++i) {
-        EXPECT_EQ(recordsIn(*trees[i]), design.recordsOf(scalars[i]))
+        Records expected;
+        for (const long long time : model.timesOf(scalars[i], -1)) {
+            const auto value = static_cast<unsigned int>(model.valueAt(time, scalars[i]));
+            if (expected.empty() || expected.back().second != value)
+                expected.push_back({time, value});
+        }
+        EXPECT_EQ(recordsIn(*trees[i]), expected)
             << scalars[i].address << " bit " << scalars[i].bit;
     }
 }
 
 class TreeManager : public ::testing::TestWithParam<int> {
 protected:
-    void write(const Design::Event& event) { file.write(event.time, event.address, event.values); }
-    void tell(const Design::Event& event, bool isDirect) {
+    TreeManager() { manager.setEventDatabase(file.database.get()); }
+    void write(const StoredEvent& event) { file.write(event.time, event.address, event.values); }
+    void tell(const StoredEvent& event, bool isDirect) {
         std::unique_ptr<WdbLiveEvent> live(
             static_cast<WdbLiveEvent*>(WdbLiveEvent::operator new(event.values.size())));
         std::string values = event.values;
@@ -142,7 +106,7 @@ protected:
 // However many threads there are, and wherever a recording is cut into blocks.
 TEST_P(TreeManager, fillsTreesByScanning) {
     const Design design(1, 30'000);
-    for (const Design::Event& event : design.events())
+    for (const StoredEvent& event : design.events())
         write(event);
     file.open();
     manager.setEventDatabase(file.database.get());
@@ -167,8 +131,9 @@ TEST_P(TreeManager, fillsTreesByScanning) {
             scan.add({iterators[i]}, cells.emplace_back(groups[i]));
         EXPECT_TRUE(scan.run(threads, {}));
         for (const WdbScalarBTree* tree : toFill) {
-            EXPECT_EQ(recordsIn(*tree), design.recordsOf({tree->getAddress(), tree->getBit()}))
-                << threads << " threads, " << tree->getAddress() << " bit " << tree->getBit();
+            const WdbScalar scalar{tree->getAddress(), tree->getBit()};
+            EXPECT_EQ(recordsIn(*tree), recordsIn(*manager.getBTrees({scalar}).front()))
+                << threads << " threads, " << scalar.address << " bit " << scalar.bit;
         }
     }
 }
@@ -177,7 +142,6 @@ TEST_P(TreeManager, fillsTreesByScanning) {
 // in the buffer, or in both.
 TEST_P(TreeManager, followsEventsFromAnyMomentOn) {
     const Design design(2, 4'000);
-    manager.setEventDatabase(file.database.get());
     const std::vector<WdbScalar> scalars = design.scalars();
     std::vector<WdbScalar> wanted;
     for (std::size_t i = 0; i < design.events().size(); ++i) {
@@ -185,7 +149,7 @@ TEST_P(TreeManager, followsEventsFromAnyMomentOn) {
             wanted.push_back(scalars[wanted.size()]);
             manager.getBTrees(wanted);
         }
-        const Design::Event& event = design.events()[i];
+        const StoredEvent& event = design.events()[i];
         tell(event, /*isDirect=*/i > 3'500);
         write(event);
         if (i % 97 == 0 || i >= 3'500) manager.flushEvents();
@@ -206,11 +170,10 @@ TEST_P(TreeManager, tellsListenersWhatARequestApplied) {
         }
         std::promise<long long> told;
     } listener;
-    manager.setEventDatabase(file.database.get());
     BTreeEventDispatcher& dispatcher = manager.getEventDispatcher();
     dispatcher.registerListener(&listener, manager.getBTrees({{5}}), 0);
-    tell({7, 5, "a"}, /*isDirect=*/false);
-    write({7, 5, "a"});
+    tell({0, 7, 5, "a"}, /*isDirect=*/false);
+    write({0, 7, 5, "a"});
     manager.getBTrees({{6}});
     manager.flushEvents();
     EXPECT_EQ(listener.told.get_future().get(), 7);
@@ -225,7 +188,6 @@ TEST_P(TreeManager, ignoresWhatComesBeforeTheNewestRecord) {
     file.write(100, 5, "a");
     file.write(50, 5, "b");
     file.write(150, 5, "b");
-    manager.setEventDatabase(file.database.get());
     const auto trees = manager.getBTrees({{8, 0}, {5}});
     EXPECT_EQ(recordsIn(*trees[0]), (Records{{160, 1}, {200, 0}}));
     EXPECT_EQ(recordsIn(*trees[1]), (Records{{100, 'a'}, {150, 'b'}}));
@@ -235,9 +197,8 @@ TEST_P(TreeManager, ignoresWhatComesBeforeTheNewestRecord) {
 
 TEST_P(TreeManager, keepsNothingOfACancelledScan) {
     const Design design(3, 500);
-    for (const Design::Event& event : design.events())
+    for (const StoredEvent& event : design.events())
         write(event);
-    manager.setEventDatabase(file.database.get());
     EXPECT_TRUE(manager.getBTrees(design.scalars(), [](double) { return false; }).empty());
     EXPECT_THROW(manager.getBTrees(design.scalars(), [](double) -> bool { throw 1; }), int);
     EXPECT_FALSE(manager.hasAtLeastOneBtree());
@@ -245,7 +206,6 @@ TEST_P(TreeManager, keepsNothingOfACancelledScan) {
 }
 
 TEST_P(TreeManager, scansAnEmptyTreeAgainOnlyWhenAskedTo) {
-    manager.setEventDatabase(file.database.get());
     WdbScalarBTree* tree = manager.getBTrees({{5}}).front();
     file.write(7, 5, "a");
     EXPECT_EQ(manager.getBTrees({{5}}).front(), tree);
@@ -254,7 +214,7 @@ TEST_P(TreeManager, scansAnEmptyTreeAgainOnlyWhenAskedTo) {
     EXPECT_EQ(manager.getBTrees({{5}}).front(), tree);
     ::unsetenv("WAVEDATA_RESCAN");
     EXPECT_EQ(recordsIn(*tree), (Records{{7, 'a'}}));
-    tell({8, 5, "b"}, /*isDirect=*/true);
+    tell({0, 8, 5, "b"}, /*isDirect=*/true);
     EXPECT_EQ(recordsIn(*tree), (Records{{7, 'a'}, {8, 'b'}}));
 }
 

@@ -6,9 +6,9 @@
 
 namespace Korvel {
 
-// From here on this process can write no file beyond 4 KiB, as on a full disk: for death tests.
-inline void fillDisk() {
-    const rlimit limit = {4096, 4096};
+// For death tests: from here on no file can grow beyond so many bytes, as on a full disk.
+inline void fillDisk(rlim_t bytes = 4096) {
+    const rlimit limit = {bytes, bytes};
     ::signal(SIGXFSZ, SIG_IGN);
     ::setrlimit(RLIMIT_FSIZE, &limit);
 }

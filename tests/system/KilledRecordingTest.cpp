@@ -1,4 +1,4 @@
-// What a simulator leaves that is killed, and what a reader sees of one that still runs.
+// What a simulator leaves that is killed or finds the disk full, and what a reader sees beside it.
 
 #include <chrono>
 #include <csignal>
@@ -13,6 +13,7 @@
 
 #include "container/WdbAppendingBlockList.h"
 #include "tests/support/FileBytes.h"
+#include "tests/support/FullDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/system/NumberedRecording.h"
 
@@ -75,6 +76,25 @@ TEST_F(KilledRecording, holdsAllThatWasCheckpointed) {
         EXPECT_TRUE(byLibrary.buckets == byLayout.buckets);
         EXPECT_EQ(byLibrary.strings, byLayout.strings);
         EXPECT_GE(byLibrary.latestTime, byLayout.latestTime);
+    }
+}
+
+// A disk that is full ends the process, and must cost no more than what was not checkpointed.
+TEST_F(KilledRecording, holdsWhatWasCheckpointedBeforeTheDiskWasFull) {
+    const auto recordUntilFull = [&] {
+        fillDisk(1'000'000);
+        NumberedRecording recording(m_path, *m_progress);
+        while (m_progress->recorded < 1'000'000) {
+            recording.recordNext();
+            if (m_progress->recorded % 700 == 0) recording.checkpoint();
+        }
+    };
+    EXPECT_EXIT(recordUntilFull(), ::testing::ExitedWithCode(1),
+                "^WDB FATAL ERROR: failed to add file block \\(WdbFileBlockManager\\) for the "
+                "following reason: File too large\n$");
+    EXPECT_GT(m_progress->safe, 1000);
+    for (const StoredRecording& recording : {decode(readFile(m_path)), readWithLibrary(m_path)}) {
+        NumberedRecording::expectSound(recording, m_progress->safe, m_progress->recorded + 1);
     }
 }
 

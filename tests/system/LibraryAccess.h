@@ -3,12 +3,9 @@
 #include <memory>
 #include <string>
 
-#include "container/WdbFileManager.h"
 #include "container/WdbStringMapDatabase.h"
-#include "events/WdbEventBlock.h"
-#include "events/WdbEventBlockDatabaseFactory.h"
-#include "events/WdbIEventBlockDatabase.h"
 #include "korvel/IWdbWriter.h"
+#include "tests/support/EventFile.h"
 #include "tests/system/StoredRecording.h"
 
 namespace Korvel {
@@ -25,25 +22,16 @@ inline StoredRecording readWithLibrary(const std::string& path) {
     WdbFileManager file;
     file.open(path);
     const std::unique_ptr<WdbIEventBlockDatabase> events(
-        WdbEventBlockDatabaseFactory::getInstance().create(
-            WdbEventBlockDatabaseFactory::MultipleBucket, file));
+        WdbEventBlockDatabaseFactory::getInstance().create(MultipleBucket, file));
     events->initialize(file.getSectionFileOffset("WDB.Event", 1), /*writable=*/false);
     StoredRecording recording = {};
     recording.latestTime = events->getLatestTime();
     const WdbEventDatabaseHeader& header = events->getEventDatabaseHeader();
     recording.buckets.resize(header.numberOfBuckets);
-    WdbEventBlock block(header.eventBlockSize, 0);
-    for (const auto& blocks : events->getAllEventBlockDatabaseIterator()) {
-        for (; *blocks; ++*blocks) {
-            blocks->getEventBlock(block);
-            std::vector<StoredEvent>& bucket = recording.buckets.at(
-                static_cast<std::size_t>(block.getBaseAddress()) / header.addressesPerBucket);
-            for (auto event = block.getIterator(); event; ++event) {
-                bucket.push_back({(*event).getTime(),
-                                  (*event).getStartAddress(),
-                                  {(*event).getValue(), (*event).getValuelength()}});
-            }
-        }
+    for (const StoredEvent& event :
+         EventFile::eventsOf(events->getAllEventBlockDatabaseIterator())) {
+        recording.buckets.at(static_cast<std::size_t>(event.base) / header.addressesPerBucket)
+            .push_back({event.time, event.address, event.values});
     }
     WdbStringMapDatabase strings(file, 101);
     strings.initialize(file.getSectionFileOffset("WDB.StringMap", 1), /*writable=*/false);

@@ -40,7 +40,7 @@ public:
 
     void recordNext() {
         const long long number = m_progress.recorded;
-        const StoredEvent next = event(number);
+        const RecordedEvent next = event(number);
         traceBytes(m_writer, next.time, next.address, next.value);
         if (number % EventsAString == 0) m_writer.addString(string(number / EventsAString));
         m_writer.markCurrentTime(number);
@@ -56,7 +56,7 @@ public:
     // Whether a file holds of so many events a part without gaps, at least the blocks that were
     // full with the first @p safe ones.
     static void expectSound(const StoredRecording& recording, long long safe, long long recorded) {
-        std::vector<StoredEvent> events[Buckets];
+        std::vector<RecordedEvent> events[Buckets];
         long long safeEvents[Buckets] = {};
         for (long long number = 0; number < recorded; ++number) {
             events[bucketOf(number)].push_back(event(number));
@@ -64,7 +64,7 @@ public:
         }
         ASSERT_EQ(recording.buckets.size(), Buckets);
         for (std::size_t i = 0; i < Buckets; ++i) {
-            const std::vector<StoredEvent>& stored = recording.buckets[i];
+            const std::vector<RecordedEvent>& stored = recording.buckets[i];
             ASSERT_LE(stored.size(), events[i].size()) << "bucket " << i;
             EXPECT_TRUE(std::equal(stored.begin(), stored.end(), events[i].begin()));
             EXPECT_GE(stored.size(), inFullBlocks(safeEvents[i], EventsABlock)) << "bucket " << i;
@@ -89,7 +89,7 @@ private:
     static std::size_t bucketOf(long long number) {
         return number % 10 < 8 ? 0 : static_cast<std::size_t>(number % 10 - 7);
     }
-    static StoredEvent event(long long number) {
+    static RecordedEvent event(long long number) {
         const unsigned long long bits = static_cast<unsigned>(number + 1) * 0x9E3779B97F4A7C15ull;
         std::string value;
         while (value.size() < ValueSize)

@@ -136,7 +136,8 @@ TEST_F(OrderOfWrites, isThePrescribedOneWithAndWithoutCheckpoints) {
     const Scenario empty = {0, 2048, 1, 0};
     const Scenario oddDivision = {8900, 1000, 800, 1500};
     const Scenario secondNodes = {4096, 2048, 1500, 3500};
-    for (const Scenario& scenario : {empty, oddDivision, secondNodes}) {
+    const Scenario millionSignals = {9'600'000, 2048, 8, 2000};  // in many buckets
+    for (const Scenario& scenario : {empty, oddDivision, secondNodes, millionSignals}) {
         const unsigned int seed = std::random_device()();
         SCOPED_TRACE(seed);
         const std::string bytes = record(scenario, seed, 0);

@@ -120,7 +120,7 @@ private:
 
     void decodeBlock(const std::string& image, std::size_t bucket) {
         const auto base = static_cast<long long>(bucket * m_recording.addressesPerBucket);
-        std::vector<StoredEvent>& events = m_recording.buckets[bucket];
+        std::vector<RecordedEvent>& events = m_recording.buckets[bucket];
         const std::size_t before = events.size();
         std::size_t used = 20;
         for (auto count = fieldAt<std::uint32_t>(image, 16); count > 0; --count) {
@@ -168,9 +168,9 @@ private:
 
 }  // namespace
 
-std::vector<StoredEvent> StoredRecording::allEvents() const {
-    std::vector<StoredEvent> events;
-    for (const std::vector<StoredEvent>& bucket : buckets)
+std::vector<RecordedEvent> StoredRecording::allEvents() const {
+    std::vector<RecordedEvent> events;
+    for (const std::vector<RecordedEvent>& bucket : buckets)
         events.insert(events.end(), bucket.begin(), bucket.end());
     return events;
 }

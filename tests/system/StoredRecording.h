@@ -7,12 +7,12 @@
 
 namespace Korvel {
 
-struct StoredEvent {
+struct RecordedEvent {
     long long time;
     long long address;
     std::string value;  // one byte an address
 
-    bool operator==(const StoredEvent&) const = default;
+    bool operator==(const RecordedEvent&) const = default;
 };
 
 struct StoredSection {
@@ -28,12 +28,12 @@ struct StoredRecording {
     long long latestTime;
     unsigned long long addressesPerBucket;
     unsigned long long numberOfAddresses;
-    std::vector<std::vector<StoredEvent>> buckets;
+    std::vector<std::vector<RecordedEvent>> buckets;
     std::vector<std::string> strings;  // the first one has id 1
     // What lies behind the header, by offset, and its size.
     std::map<long long, std::pair<std::string, long long>> extents;
 
-    std::vector<StoredEvent> allEvents() const;
+    std::vector<RecordedEvent> allEvents() const;
 };
 
 // Reads the bytes of a recording by the layout alone: no code of the library has a part in it, so

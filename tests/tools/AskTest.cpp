@@ -1,4 +1,4 @@
-// Names on the command line and the spelling of values, on a recording that has every kind of both.
+// The tool as its user meets it: names on the command line, spelling of values, exit status.
 
 #include "ToolError.h"
 #include "ask/ObjectArguments.h"
@@ -14,14 +14,14 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 
 namespace Korvel {
 namespace {
 
 using ::testing::HasSubstr;
 
-// ---- Values
-// --------------------------------------------------------------------------------------
+// ---- Values ----
 
 constexpr auto Vlog = ValueRepresentation::VerilogFourState;
 constexpr auto Vhdl = ValueRepresentation::VhdlEnumeration;
@@ -110,18 +110,22 @@ TEST(ViewedObject, shiftsSlicesOfBytes) {
     EXPECT_EQ(format.text(part, assembleValue(part, entries)), "ad4");
 }
 
-// ---- Verbs
-// ---------------------------------------------------------------------------------------
+// ---- Verbs ----
 
 const std::string Dump =
     "$timescale 10ns $end $scope module top $end $scope module cpu $end\n"
     "$var wire 8 ! pc [7:0] $end $var wire 1 \" clk $end $var reg 4 # up [2:5] $end\n"
     "$var wire 1 $ bit [1] $end $var wire 1 % bit [0] $end $var real 64 & volt $end\n"
     "$var wire 70 ' wide [69:0] $end $var wire 9 ( nine [1:9] $end $var string 1 ) note $end\n"
+    "$attrbegin misc 07 t.st 2 IDLE RUN\\040IT 00 01 9 $end\n"
+    "$attrbegin misc 07 \"\" 9 $end $var logic 2 * st [1:0] $end\n"
     "$upscope $end $upscope $end $enddefinitions $end\n"
-    "#0\n$dumpvars b101 ! 0\" b1x0z # 1$ 0% r1.5 & bUX01ZWLH- ( sa\"\\n\\001 ) $end\n"
+    "#0\n$dumpvars b101 ! 0\" b1x0z # 1$ 0% b1 * r1.5 & bUX01ZWLH- ( sa\"\\n\\001 ) $end\n"
     "bx1z000000000000000000000000000000001 '\n"
     "#5\n1\"\n#6\n0\"\n#7\n1\"\n#8\n0\"\n#20\nb11110000 !\n1%\n#30\n";
+
+const std::string SmallDump =
+    "$timescale 1ns $end $var wire 1 ! clk $end $enddefinitions $end\n#0\n0!\n#5\n1!\n";
 
 struct VerbCase {
     const char* arguments;
@@ -131,6 +135,22 @@ struct VerbCase {
 };
 
 const VerbCase VerbCases[] = {
+    {"import good.vcd o.wdb", 0, "1 objects in 0 scopes, 2 value changes up to 5 x 1ns", ""},
+    {"import - o.wdb <good.vcd", 0, "2 value changes", ""},
+    {"import /dev/stdin o.wdb <good.vcd", 0, "2 value changes", ""},
+    {"import --json good.vcd o.wdb", 0, "\"changes\": 2", ""},
+    {"import -q good.vcd o.wdb", 0, "", ""},
+    {"import cut.vcd o.wdb", 1, "2 value changes", "wdb: cut.vcd: line 7: the dump ends within"},
+    {"import text.txt o.wdb", 1, "", "wdb: text.txt: line 1: is no value-change dump"},
+    {"import missing.vcd o.wdb", 1, "", "wdb: missing.vcd: cannot open: No such file"},
+    {"import folder o.wdb", 1, "", "wdb: folder: is a directory"},
+    {"import good.vcd missing/o.wdb", 1, "", "wdb: missing/o.wdb: "},
+    {"import good.vcd folder", 1, "", "wdb: folder: "},
+    {"import good.vcd /dev/full 2>&1 | cat", 0, "WDB FATAL ERROR: ", ""},
+    {"import good.vcd ./good.vcd", 1, "", "wdb: ./good.vcd: is the dump itself"},
+    {"import good.vcd", 2, "", nullptr},
+    {"import --nonsense good.vcd o.wdb", 2, "", nullptr},
+    {"import --help", 0, "IN.vcd", ""},
     {"value r.wdb -t 200ns top.cpu.pc[6:4] top.cpu.pc[4:6]", 0, "top.cpu.pc[6:4]  7\n", ""},
     {"value r.wdb -t 199.9ns top.cpu.pc[2] -r hex", 0, "top.cpu.pc[2]  1\n", ""},
     {"value r.wdb -t 0 'top.cpu.up[3:5]' -r bin", 0, "top.cpu.up[3:5]  x0z\n", ""},
@@ -141,6 +161,7 @@ const VerbCase VerbCases[] = {
     {"value r.wdb -t 0 top.cpu.clk 'top.c*'", 0, "clk         0\ntop.cpu.pc[7:0]     05\n", ""},
     {"value r.wdb -t 0 @0:1 -r bin", 0, "@0  00000101\n", ""},
     {"value r.wdb -t 0 top.cpu.note", 0, "note  \"a\\\"\\n\\x01\"\n", ""},
+    {"value r.wdb -t 0 top.cpu.st", 0, "st[1:0]  RUN IT\n", ""},
     {"value r.wdb --json -t 0 top.cpu.volt", 0, "\"object\":\"top.cpu.volt\",\"value\":\"1.5\"",
      ""},
     {"value r.wdb -t 400ns top.cpu.clk", 0, "clk  0", "400ns is after the end of the recording"},
@@ -172,26 +193,33 @@ const VerbCase VerbCases[] = {
     {"export r.wdb /dev/full", 1, "", "/dev/full: cannot write: No space left"},
 };
 
-TEST(AskVerbs, tellByStatusAndOneLine) {
+TEST(Verbs, tellByStatusAndOneLine) {
     const TemporaryDirectory directory;
     writeFile(directory.file("in.vcd"), Dump);
     writeFile(directory.file("empty.wdb"), "");
-    const std::string tool = "cd '" + directory.file("") + "' && '" + WDB_TOOL + "' ";
-    ASSERT_EQ(std::system((tool + "import -q in.vcd r.wdb").c_str()), 0);
+    writeFile(directory.file("text.txt"), "no dump\n");
+    writeFile(directory.file("good.vcd"), SmallDump);
+    writeFile(directory.file("cut.vcd"), SmallDump + "#10\n0");
+    std::filesystem::create_directory(directory.file("folder"));
+    std::filesystem::create_directory(directory.file("temporary"));
+    const std::string tool = "cd '" + directory.file("") + "' && (TMPDIR=temporary '" WDB_TOOL "' ";
+    ASSERT_EQ(std::system((tool + "import -q in.vcd r.wdb)").c_str()), 0);
     const std::string recording = readFile(directory.file("r.wdb"));
     for (const VerbCase& row : VerbCases) {
-        const std::string redirected = std::string(" >out.txt 2>err.txt ") + row.arguments;
-        const int status = std::system((tool + redirected).c_str());
+        const std::string command = tool + row.arguments + ") >out.txt 2>err.txt";
+        const int status = std::system(command.c_str());
         EXPECT_EQ(WEXITSTATUS(status), row.status) << row.arguments;
         const std::string output = readFile(directory.file("out.txt"));
         EXPECT_THAT(output, HasSubstr(row.output)) << row.arguments;
         EXPECT_EQ(output.empty(), *row.output == 0) << row.arguments << ": " << output;
+        EXPECT_TRUE(std::filesystem::is_empty(directory.file("temporary"))) << row.arguments;
         if (row.error == nullptr) continue;
         const std::string error = readFile(directory.file("err.txt"));
         EXPECT_THAT(error, HasSubstr(row.error)) << row.arguments;
         EXPECT_EQ(std::count(error.begin(), error.end(), '\n'), *row.error == 0 ? 0 : 1) << error;
     }
     EXPECT_EQ(readFile(directory.file("r.wdb")), recording);
+    EXPECT_EQ(readFile(directory.file("good.vcd")), SmallDump);
 }
 
 }  // namespace

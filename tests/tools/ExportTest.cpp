@@ -7,9 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -61,6 +63,94 @@ void expectSameAgain(const std::string& dump) {
     }
 }
 
+// Random but valid dumps: every type, odd widths (one wider than an event can be, one across a
+// bucket's end), shared codes, values shorter than declared or of other states, odd layout. Its
+// seed chooses the codes, and so how they are found: dense, sparse, some too long, not ASCII.
+class RandomDump {
+public:
+    explicit RandomDump(unsigned int seed) : m_random(seed) {
+        m_codeBegin = pickOf({"", "aaaaa", "long_c", "\xe2\x82"}, seed);
+        if (pick(2) == 0) text += "$timescale 10ps $end\n";
+        text += "$scope module top $end\n";
+        for (std::size_t i = 0; i < 300; ++i) {
+            const bool isAlias = !m_codes.empty() && pick(6) == 0;
+            const Code code = isAlias ? m_codes[pick(m_codes.size())] : newCode(i);
+            if (!isAlias) m_codes.push_back(code);
+            if (pick(10) == 0)
+                text += "$scope begin b" + std::to_string(i) + " $end $upscope $end ";
+            text += "$var " + code.type + ' ' + std::to_string(code.width) + ' ' + code.text +
+                    " v" + std::to_string(i) + ' ' + blank() + "$end\n";
+        }
+        text += "$upscope $end $enddefinitions $end";
+        for (int i = 0; i < 3000; ++i) {
+            if (pick(4) == 0) text += blank() + '#' + std::to_string(m_time += pick(3) * pick(999));
+            if (pick(50) == 0) text += blank() + "$comment b1 #7 $end";
+            if (pick(90) == 0) text += blank() + pickOf({"$dumpoff $end", "$dumpon $end"});
+            const Code& code = m_codes[pick(m_codes.size())];
+            text += blank() + change(code);
+            if (pick(20) == 0) text += blank() + '1' + code.text + '~';  // is not declared
+        }
+        text += '\n';
+    }
+
+    std::string text;
+
+private:
+    struct Code {
+        std::string text;
+        std::string type;
+        std::size_t width;
+        bool isVhdl;
+    };
+
+    std::size_t pick(std::size_t count) { return m_random() % count; }
+    static std::string pickOf(const std::vector<const char*>& words, std::size_t number) {
+        return words[number % words.size()];
+    }
+    std::string pickOf(const std::vector<const char*>& words) { return pickOf(words, m_random()); }
+    std::string blank() { return pickOf({" ", "\n", "\r\n", "\t", "\n\n  "}); }
+
+    Code newCode(std::size_t index) {
+        std::string text = m_codeBegin;
+        for (auto number = m_codes.size(); text == m_codeBegin || number != 0; number /= 94)
+            text += static_cast<char>('!' + number % 94);
+        const std::size_t widths[] = {1, 1, 2, 31, 32, 33, 64, 65, 700, 50000};
+        return {text, pickOf({"wire", "reg", "logic", "real", "string", "event", "integer"}),
+                widths[index == 7 ? 9 : pick(9)], pick(4) == 0};
+    }
+
+    std::string change(const Code& code) {
+        if (code.type == "event") return '1' + code.text;
+        if (code.type == "real") {
+            return 'r' + std::to_string(static_cast<int>(pick(2000)) - 1000) + "e-" +
+                   std::to_string(pick(20)) + blank() + code.text;
+        }
+        if (code.type == "string") {
+            const std::size_t length = pick(40) == 0 ? 3000 : pick(3);
+            return 's' + std::string(length, static_cast<char>('a' + pick(26))) + "\\040." +
+                   blank() + code.text;
+        }
+        const std::string states = code.isVhdl ? "01UXxzWL-h" : "0011xXzZ01";
+        std::string digits(1 + pick(code.width), states[pick(10)]);
+        if (pick(3) != 0)
+            std::generate(digits.begin(), digits.end(), [&] { return states[pick(10)]; });
+        if (digits.size() == 1 && pick(2) == 0) return digits + code.text;
+        return pickOf({"b", "B"}) + digits + blank() + code.text;
+    }
+
+    std::mt19937 m_random;
+    std::string m_codeBegin;
+    std::vector<Code> m_codes;
+    unsigned long long m_time = 0;
+};
+
+TEST(Export, keepsEveryValueOfRandomDumps) {
+    for (unsigned int seed = 1; seed <= 4; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        expectSameAgain(RandomDump(seed).text);
+    }
+}
+
 TEST(Export, keepsEveryValueOfRealDumps) {
     const char* fromEnvironment = std::getenv("KORVEL_REAL_DUMPS");
     const std::string folder = fromEnvironment != nullptr ? fromEnvironment : KORVEL_REAL_DUMPS;
@@ -96,7 +186,7 @@ TEST(Export, keepsBlackoutsAndDescriptions) {
         "$var wire 1 ' \\a[3] $end\n$upscope $end\n$enddefinitions $end\n";
     const std::string changes =
         "#0\n$dumpvars\n$end\n#5\n$dumpoff\nx'\n$end\n#9\n$dumpon\n$end\n$dumpoff\n$end\n"
-        "#12\n$dumpon\n1'\n$end\n#20\n";
+        "#12\n$dumpon\n1'\n$end\n#20\n$dumpoff\nx'\n$end\n";
     EXPECT_EQ(againOf(dump + changes), dump + changes);
 }
 

@@ -137,7 +137,7 @@ TEST_F(Follow, showsWhatAStandAloneRecordingHolds) {
 
 TEST_F(Follow, endsAtATimeAndLeavesOthersAlone) {
     ASSERT_EQ(simulate("--cycles 1000 -o alone.wdb").wait(), 0);
-    const Process simulator = simulate("--live --cycles 1000000");
+    const Process simulator = simulate("--live --cycles 1000000000");
     ASSERT_EQ(follow("--until 5.003us top.light top.clk").wait(), 0) << contents("follow.err");
     EXPECT_EQ(contents("follow.out"), changesOf("alone.wdb --to 5.003us top.light top.clk"));
     expectFinished("lights.wdb", "");

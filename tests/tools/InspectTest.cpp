@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -48,14 +48,9 @@ struct Outcome {
 // "@" stands for the recording; nothing else means anything to the shell.
 Outcome run(std::string line, const std::string& path) {
     line.replace(line.find('@'), 1, path);
-    const std::string errors = path + ".errors";
-    const std::string command = "set -f; '" WDB_TOOL "' " + line + " 2>" + errors +
-                                "; status=$?; cat " + errors + "; exit $status";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    std::string text;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
-        text += static_cast<char>(c);
-    return {::pclose(pipe) / 256, text};
+    line = "set -f; '" WDB_TOOL "' " + line + " >" + path + ".out 2>" + path + ".err";
+    const int status = std::system(line.c_str()) / 256;
+    return {status, readFile(path + ".out") + readFile(path + ".err")};
 }
 
 // Two scopes; an object across the end of a bucket, one with two names, a text, a vector.
@@ -124,8 +119,12 @@ const Question Questions[] = {
     {"dump @ --events --address 2049", 0, "          50ps        2048  03 02|"},
     {"dump @ --blocks --from 200ps", 0, " bytes stored, 1 events from 200ps to 200ps|"},
     {"dump @ --raw --address 4096 --limit 1", 0,
+     "--WdbEventBlock:dump()|  m_startTime = 20|  m_timeLength = 0|  numberOfEvents = 1|"
      "--current Event Index = 0|--WdbEvent::dump()|  m_pTime = 20|  m_pStartAddress = 4096|"
      "  m_pLength = 8|  m_value = 1 0 0 0 0 0 0 0 |"},
+    {"dump @ --raw --address 2050 --limit 1", 0,  // the number is 0 for each event
+     "--current Event Index = 0|--WdbEvent::dump()|  m_pTime = 12|  m_pStartAddress = 2048|"
+     "  m_pLength = 1|  m_value = 4 |"},
     {"dump @ *.cl", ExitFailure, "no object is called '*.cl'|"},
     {"dump @ *clk?", ExitFailure, "no object is called '*clk?'|"},
     {"dump @ top.unit", ExitFailure, "'top.unit.*' is all in it|"},

@@ -38,6 +38,14 @@ std::string widened(const std::string& digits, unsigned int width) {
     return std::string(width - digits.size(), first == '1' ? '0' : first) + digits;
 }
 
+std::string realText(const std::string& digits) {
+    const double number = std::strtod(digits.c_str(), nullptr);
+    if (std::isnan(number)) return "nan";
+    char text[64];
+    std::snprintf(text, sizeof text, "%.17g", number);
+    return text;
+}
+
 }  // namespace
 
 NaiveVcd::NaiveVcd(const std::string& dump) {
@@ -98,7 +106,7 @@ NaiveVcd::History NaiveVcd::historyOf(const Variable& variable) const {
         } else if (kind == 's') {
             history.emplace_back(time, unescape(text.substr(1)));
         } else if (kind == 'r') {
-            history.emplace_back(time, naiveReal(text.substr(1)));
+            history.emplace_back(time, realText(text.substr(1)));
         } else {
             const std::string digits = widened(kind == 'b' ? text.substr(1) : text, width);
             const std::string mine = digits.substr(digits.size() - variable.width);
@@ -106,14 +114,6 @@ NaiveVcd::History NaiveVcd::historyOf(const Variable& variable) const {
         }
     }
     return history;
-}
-
-std::string naiveReal(const std::string& digits) {
-    const double number = std::strtod(digits.c_str(), nullptr);
-    if (std::isnan(number)) return "nan";
-    char text[64];
-    std::snprintf(text, sizeof text, "%.17g", number);
-    return text;
 }
 
 }  // namespace Korvel

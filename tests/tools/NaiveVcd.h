@@ -26,11 +26,8 @@ struct NaiveVcd {
 
     explicit NaiveVcd(const std::string& dump);
 
-    // What a variable goes through, spelled as ValueText.h does; reals by naiveReal().
+    // What a variable goes through, spelled as ValueText.h does; reals in one way.
     History historyOf(const Variable& variable) const;
 };
-
-// A number in one spelling, whatever the digits were.
-std::string naiveReal(const std::string& digits);
 
 }  // namespace Korvel

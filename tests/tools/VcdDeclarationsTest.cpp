@@ -88,9 +88,7 @@ TEST(VcdDeclarations, readsAWholeHeader) {
 const std::tuple<const char*, const char*, std::uint64_t> BadHeaders[] = {
     // the header, a part of the reason, the offset
     {"", "nothing is declared", 0},
-    {"\x7f"
-     "ELF\x02 binary",
-     "is no value-change dump", 0},
+    {"\177ELF\x02 binary", "is no value-change dump", 0},
     {"$date today $end", "nothing is declared", 16},
     {"$var wire 1 ! a $end ", "before $enddefinitions", 21},
     {" $var wire 1 ! a", "$end is missing", 1},

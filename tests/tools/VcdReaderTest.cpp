@@ -74,16 +74,12 @@ struct GoodCase {
 };
 
 const GoodCase GoodCases[] = {
-    {"scalarsOfAllStates", "0!! 1!! x!! X!! z!! Z!! u!! U!! w!! W!! l!! L!! h!! H!! -!!\n",
-     "1=0 1=1 1=x 1=X 1=z 1=Z 1=u 1=U 1=w 1=W 1=l 1=L 1=h 1=H 1=-"},
     {"vectorClasses", "b0 !\nB1010101010 !\nbz01x !\nbUX1 !\nb- !\n",
      "0=b0(1) 0=b1010101010(1) 0=bz01x(3) 0=bUX1(7) 0=b-(4)"},
     {"realsAndTexts", "r1.5e-3 !\"\nRNaN !\"\nsab\\040c long_code_9\ns long_code_9\n",
      "2=r1.5e-3 2=rNaN 3=sab\\040c 3=s"},
     {"textWithBlanksGoesToTheLastCode", "sto be or long_code_9\n1!!\n", "3=sto be or 1=1"},
     {"valuesBeforeTheFirstTime", "1!!\n#7\n0!!\n", "1=1 #7 1=0"},
-    {"severalOnALineAndSplitOverLines", "#0 1!! b1\n!\n#1\t0!!  0\n!!\r\n",
-     "#0 1=1 0=b1(1) #1 1=0 1=0"},
     {"sameTimeTwiceIsOneTime", "#3\n#3\n1!!\n", "#3 1=1"},
     {"greatestTime", "#9223372036854775807\n", "#9223372036854775807"},
     {"dumpCommands",
@@ -92,9 +88,7 @@ const GoodCase GoodCases[] = {
     {"commentsAndUnknownCommands", "#1 $comment 1!! #9 $end 0!!\n$vcdclose #5 $end\n1!!\n",
      "#1 1=0 1=1"},
     {"undeclaredCodesAreSkipped", "1? b1 !!! r1 longer_than_8 1~~~~~ 1\x7f 0!!\n", "1=0"},
-    {"portsAreSkipped", "pDU 6 0 <1 1!!\n", "1=1"},
     {"noLineEndAtTheEnd", "1!!\nb1 !!", "1=1 1=b1(1)"},
-    {"nothing", "", ""},
 };
 
 TEST(VcdReader, readsWhateverTheWindow) {
@@ -153,10 +147,7 @@ TEST(VcdReader, stopsWhenTheHandlerSaysSo) {
 }
 
 TEST(VcdText, unescapes) {
-    const std::string zero(
-        "\0"
-        "1",
-        2);
+    const std::string zero("\0001", 2);
     EXPECT_EQ(unescapeVcdText("plain a\\040b\\'z\\'\\n\\t\\\\\\x41\\101\\0001\\7"),
               "plain a b'z'\n\t\\AA" + zero + '\a');
     EXPECT_EQ(unescapeVcdText("end\\"), "end\\");

@@ -74,7 +74,7 @@ TEST_F(StandAloneWriter, eachTraceFunctionRecordsItsAddressAndValue) {
     const auto scVirtual = m_writer.getTraceScVirtualObjectFunc();
     const struct {
         std::function<void()> call;
-        std::vector<StoredEvent> events;
+        std::vector<RecordedEvent> events;
         long long latestTime;
     } cases[] = {
         {[&] { vhdl(7, 9, 3, current + 8, bits); }, {{7, 108, fresh.substr(0, 3)}}, 0},
@@ -107,7 +107,7 @@ TEST_F(StandAloneWriter, dropsSupersededWritesOfFullBlocksUnlessToldOtherwise) {
         if (!filter) m_writer.setFilterRepeatedValue(false);
         for (int i = 0; i < 1000; ++i)
             traceBytes(m_writer, 1, 0, std::string(84, static_cast<char>('a' + i % 26)));
-        const std::vector<StoredEvent> events = finished().allEvents();
+        const std::vector<RecordedEvent> events = finished().allEvents();
         EXPECT_EQ(events.size(), filter ? 91u : 1000u);
         EXPECT_EQ(events.back().value, std::string(84, 'l')) << "the last write counts";
     }
@@ -137,7 +137,7 @@ TEST_F(StandAloneWriter, recordsOneFileAfterAnother) {
     m_writer.close();
     EXPECT_EQ(readFile(path("second.wdb")), bytes);
     for (const std::string name : {"first.wdb", "second.wdb"}) {
-        EXPECT_EQ(stored(name).allEvents(), std::vector<StoredEvent>({{1, 2, name}}));
+        EXPECT_EQ(stored(name).allEvents(), std::vector<RecordedEvent>({{1, 2, name}}));
         EXPECT_EQ(stored(name).strings, std::vector<std::string>({name, std::string(1010, 'y')}));
     }
     open("third.wdb");
@@ -189,7 +189,7 @@ TEST_F(StandAloneWriter, functionsOutliveTheirWriter) {
     writer.reset();
     vhdl(2, 0, 1, nullptr, nullptr);
     scObject(2, 0, nullptr, nullptr, 0, 1);
-    EXPECT_EQ(stored().allEvents(), std::vector<StoredEvent>({{1, 3, "v"}}));
+    EXPECT_EQ(stored().allEvents(), std::vector<RecordedEvent>({{1, 3, "v"}}));
 }
 
 }  // namespace
