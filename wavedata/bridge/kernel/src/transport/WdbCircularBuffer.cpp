@@ -45,11 +45,17 @@ void WdbCircularBuffer::clear() {
     __atomic_store_n(reinterpret_cast<OffsetPair*>(m_pWrite), 0, __ATOMIC_SEQ_CST);
 }
 
-void WdbCircularBuffer::takeOver(const WdbCircularBuffer& other) {
-    if (m_data == nullptr || other.m_data == nullptr || m_capacity != other.m_capacity) return;
-    const OffsetPair offsets =
-        __atomic_load_n(reinterpret_cast<const OffsetPair*>(other.m_pWrite), __ATOMIC_SEQ_CST);
-    std::memcpy(m_data, other.m_data, m_capacity);
+void WdbCircularBuffer::forget() {
+    if (m_data == nullptr) return;
+    const unsigned int write = shared(m_pWrite).load(std::memory_order_relaxed);
+    shared(m_pRead).store(write, std::memory_order_release);
+}
+
+void WdbCircularBuffer::takeOver(const char* memory) {
+    if (m_data == nullptr) return;
+    std::uint64_t offsets = 0;
+    std::memcpy(&offsets, memory, sizeof(offsets));
+    std::memcpy(m_data, memory + OffsetsSize, m_capacity);
     __atomic_store_n(reinterpret_cast<OffsetPair*>(m_pWrite), offsets, __ATOMIC_SEQ_CST);
 }
 

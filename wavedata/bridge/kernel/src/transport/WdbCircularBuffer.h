@@ -13,9 +13,9 @@ struct WdbLivePacketContainer;
 ///        8   C     data; a record may go on at their start, byte by byte
 ///
 /// Each side publishes its offset only when its copy is complete, so that the other side never sees
-/// part of a record, and against the offset that it started from, so that a clear() by the other
-/// side in the meantime is not undone. What the other process writes into the memory is never
-/// trusted: no offset leads out of it.
+/// part of a record, and against the offset that it started from, so that what empties the ring in
+/// the meantime is not undone. What the other process writes into the memory is never trusted: no
+/// offset leads out of it.
 ///
 /// Owns nothing.
 class WdbCircularBuffer {
@@ -31,7 +31,8 @@ public:
     bool canRead(unsigned int& read, unsigned int& write, unsigned int& available) const;
 
     /// Whether a record of @p n bytes may be written now, and where the write offset is and would
-    /// be then. Keeps the producer within about half a ring of the consumer.
+    /// be then. For a record that can ever fit that is so exactly when, with it, at least one byte
+    /// stays free.
     bool canWrite(unsigned int& write, unsigned int& newWrite, unsigned int n) const;
 
     /// Takes everything that waits. False where that is nothing.
@@ -48,11 +49,17 @@ public:
     /// Whether a record of @p n bytes can ever fit.
     bool isRecordSize(unsigned long long n) const { return n < m_capacity / 2; }
 
+    /// Empties the ring, and begins at its start. Not while the consumer may be in the middle of
+    /// its first batch, the one from offset 0: it could not tell the ring that it began with from
+    /// the one that follows.
     void clear();
 
-    /// Takes the place of a ring of the same size, whose producer this is: what waits there waits
-    /// here.
-    void takeOver(const WdbCircularBuffer& other);
+    /// Empties the ring where it stands; the producer's way while there is a consumer.
+    void forget();
+
+    /// A copy of the memory of such a ring begins here: what waits there waits here.
+    /// @param memory  As large as the ring's. Nobody changes it.
+    void takeOver(const char* memory);
 
 private:
     template <typename Copy>

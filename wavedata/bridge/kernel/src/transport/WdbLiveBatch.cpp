@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "transport/WdbLivePacket.h"
+
 namespace Korvel {
-namespace {
-
-constexpr unsigned int LengthSize = 4;
-constexpr unsigned int MarkLength = 8;
-
-}  // namespace
 
 WdbLiveBatch::Record WdbLiveBatch::next() {
+    constexpr unsigned int LengthSize = WdbLivePacket::LengthSize;
     if (m_left == 0) return Record::End;
     unsigned int length = 0;
     if (m_left < LengthSize) return Record::Nonsense;
@@ -19,8 +16,8 @@ WdbLiveBatch::Record WdbLiveBatch::next() {
     if (length > m_left - LengthSize) return Record::Nonsense;
     const char* payload = m_bytes + LengthSize;
     Record record = Record::Mark;
-    if (length == MarkLength) {
-        std::memcpy(&m_time, payload, MarkLength);
+    if (length == WdbLivePacket::MarkLength) {
+        std::memcpy(&m_time, payload, sizeof(m_time));
     } else {
         if (!takeEvent(payload, length)) return Record::Nonsense;
         record = Record::Event;

@@ -11,6 +11,7 @@ namespace Korvel {
 class WdbLivePacket {
 public:
     static constexpr unsigned int LengthSize = 4;
+    static constexpr unsigned int MarkLength = 8;  ///< of a mark's payload, its time; no event's
 
     /// Room for the length word on top of the payload.
     static void* operator new(std::size_t size, unsigned int payloadLength);

@@ -1,11 +1,14 @@
 #include "transport/WdbSharedMemMgr.h"
 
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <iostream>
-#include <limits>
-#include <utility>
+#include <vector>
 
 #include <boost/chrono/duration.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
 #include <boost/thread/thread.hpp>
 
 #include "transport/WdbLivePacket.h"
@@ -19,6 +22,17 @@ constexpr int AttemptsInARow = 100;
 constexpr int SleepsBeforeWord = 100;            // about a second
 constexpr int MostSleepsForViewer = 200;         // about two seconds
 constexpr long long LookInterval = 100'000'000;  // nanoseconds
+constexpr long long LookIntervalAfterFailure = 50 * LookInterval;
+
+std::string absolute(const std::string& directory) {
+    boost::system::error_code error;
+    return boost::filesystem::system_complete(directory, error).string();
+}
+
+void tellOnce(bool& hasTold, const std::string& text) {
+    if (!hasTold) std::cerr << text + "\n";
+    hasTold = true;
+}
 
 long long coarseNow() {
     timespec time = {};
@@ -29,22 +43,16 @@ long long coarseNow() {
 }  // namespace
 
 WdbSharedMemMgr::WdbSharedMemMgr(bool create, const std::string& directory, int index, int ringSize)
-    : m_directory(directory), m_index(index), m_ringSize(ringSize), m_isSimulator(create) {
-    m_memory = makeMemory(create ? WdbSharedMemory::Create : WdbSharedMemory::Open);
-    m_ring = makeRing(*m_memory);
-}
+    : m_memory(std::make_unique<WdbSharedMemory>(
+          create ? WdbSharedMemory::Create : WdbSharedMemory::Open, ringSize, directory, index)),
+      m_ring(std::make_unique<WdbCircularBuffer>(m_memory->getAddress(),
+                                                 static_cast<unsigned int>(ringSize), create)),
+      m_directory(absolute(directory)),
+      m_ringSize(ringSize),
+      m_isSimulator(create) {}
 
 WdbSharedMemMgr::~WdbSharedMemMgr() {
     if (m_isSimulator && m_memory->isOfThisProcess()) awaitWaitingViewer();
-}
-
-std::unique_ptr<WdbSharedMemory> WdbSharedMemMgr::makeMemory(int create) const {
-    return std::make_unique<WdbSharedMemory>(create, m_ringSize, m_directory, m_index);
-}
-
-std::unique_ptr<WdbCircularBuffer> WdbSharedMemMgr::makeRing(const WdbSharedMemory& memory) const {
-    return std::make_unique<WdbCircularBuffer>(
-        memory.getAddress(), static_cast<unsigned int>(m_ringSize), m_isSimulator);
 }
 
 // --- The simulator's side. ---
@@ -74,47 +82,53 @@ bool WdbSharedMemMgr::putPacket(const char* bytes, unsigned int n) {
 
 template <typename Attempt>
 bool WdbSharedMemMgr::putWithRetry(unsigned long long size, Attempt&& attempt) {
-    if (!m_ring->isRecordSize(size)) return false;  // nor does any without memory
-    for (;;) {
+    for (int sleeps = 0; m_ring->isRecordSize(size); ++sleeps) {
         for (int i = 0; i < AttemptsInARow; ++i) {
             if (m_isShutDown.load(std::memory_order_relaxed)) return false;
             if (attempt()) return true;
         }
-        if (!makeRoom()) sleepMem(1);
+        if (makeRoom()) continue;
+        if (sleeps == SleepsBeforeWord) sayWaiting();
+        sleepMem(1);
     }
+    return false;  // it never fits, as none does where there is no memory
 }
 
-// The ring is full.
+// The ring is full. Nobody is held up by a viewer that has left.
 bool WdbSharedMemMgr::makeRoom() {
     if (m_memory->isOtherSideThere()) return false;
-    if (m_hadViewer || m_memory->hasOtherSideLeft()) {
-        m_hadViewer = true;
-        m_ring->clear();
-        renewObject();
-        return true;
-    }
-    if (++m_sleepsWithoutViewer == SleepsBeforeWord) {
-        std::cerr << "The simulation waits for a viewer of " + m_directory +
-                         ": what it streams has filled the memory between them.\n";
-    }
-    return false;
+    if (m_memory->hasOtherSideLeft()) m_hadViewer = true;
+    if (m_hadViewer) m_ring->forget();
+    renewObject();
+    return m_hadViewer;
+}
+
+void WdbSharedMemMgr::sayWaiting() {
+    const std::string what = m_memory->isOtherSideThere() ? "the viewer" : "a viewer";
+    tellOnce(m_hasSaidWaiting, "The simulation waits for " + what + " of " + m_directory +
+                                   ": what it streams has filled the memory between them.");
 }
 
 // A viewer takes the object's name away when it goes; the next one is to find the simulation all
 // the same, with what waits in the ring. A name that another simulator has by now is left to it.
 void WdbSharedMemMgr::renewObject() {
-    if (m_memory->getAddress() == nullptr || m_memory->isNamed()) return;
-    if (m_memory->isOtherSideThere() || WdbSharedMemory::look(m_directory).isThere) return;
+    if (m_ring->getCapacity() == 0 && !m_hasLostObject) return;  // there never was one
+    if (m_memory->isNamed() || m_memory->isOtherSideThere()) return;
+    const WdbSharedMemory::Presence presence = WdbSharedMemory::look(m_directory);
+    if (presence.isThere || presence.isDenied) return;
     if (m_memory->hasOtherSideLeft()) m_hadViewer = true;
-    auto memory = makeMemory(WdbSharedMemory::Create);
-    if (memory->getAddress() == nullptr) {
-        m_lookDueAt = std::numeric_limits<long long>::max();  // nothing will change soon
-        return;
-    }
-    auto ring = makeRing(*memory);
-    ring->takeOver(*m_ring);
-    m_ring = std::move(ring);
-    m_memory = std::move(memory);
+    // There may not be memory for two objects at once.
+    const char* address = m_memory->getAddress();
+    const std::vector<char> waiting(address, address + (address != nullptr ? m_ringSize : 0));
+    const bool isMade = m_memory->createUnlessThere(m_ringSize, m_directory) != nullptr;
+    const int reason = errno;
+    m_ring = std::make_unique<WdbCircularBuffer>(m_memory->getAddress(),
+                                                 static_cast<unsigned int>(m_ringSize), true);
+    if (!waiting.empty()) m_ring->takeOver(waiting.data());
+    if (isMade) return;
+    m_lookDueAt += LookIntervalAfterFailure;
+    tellOnce(m_hasLostObject, "No viewer can follow the simulation of " + m_directory +
+                                  " any more: " + std::strerror(reason));
 }
 
 void WdbSharedMemMgr::awaitWaitingViewer() {
@@ -133,13 +147,23 @@ bool WdbSharedMemMgr::getPackets(char* dest, unsigned int& available) {
     for (bool isLastTry = false;;) {
         for (int i = 0; i < AttemptsInARow; ++i) {
             if (m_isShutDown || m_isRestarting) return false;
-            if (m_ring->getPackets(dest, available)) return true;
+            if (take(dest, available)) return true;
         }
         if (isLastTry) return false;
         // What it sent before it left is still to be taken.
         isLastTry = m_memory->hasOtherSideLeft();
         if (!isLastTry) sleepMem(1);
     }
+}
+
+bool WdbSharedMemMgr::takeWaiting(char* dest, unsigned int& available) {
+    available = 0;
+    return !m_isShutDown && !m_isRestarting && take(dest, available);
+}
+
+bool WdbSharedMemMgr::take(char* dest, unsigned int& available) {
+    const std::lock_guard<std::mutex> lock(m_takeMutex);
+    return m_ring->getPackets(dest, available);
 }
 
 // --- Either side. ---
@@ -156,7 +180,16 @@ void WdbSharedMemMgr::prepareForStart() {
 
 void WdbSharedMemMgr::restart() {
     m_isRestarting = true;
-    m_ring->clear();
+    clear();
+}
+
+void WdbSharedMemMgr::clear() {
+    if (m_isSimulator && m_memory->isOtherSideThere()) {
+        m_ring->forget();
+    } else {
+        const std::lock_guard<std::mutex> lock(m_takeMutex);
+        m_ring->clear();
+    }
 }
 
 }  // namespace Korvel

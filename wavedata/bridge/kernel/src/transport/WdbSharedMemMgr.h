@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "transport/WdbCircularBuffer.h"
@@ -45,9 +46,7 @@ public:
     bool getPackets(char* dest, unsigned int& available);
 
     /// As getPackets(), but false at once where nothing waits.
-    bool takeWaiting(char* dest, unsigned int& available) {
-        return !m_isShutDown && !m_isRestarting && m_ring->getPackets(dest, available);
-    }
+    bool takeWaiting(char* dest, unsigned int& available);
 
     /// Sleeps @p k times 10 milliseconds.
     void sleepMem(int k);
@@ -58,7 +57,9 @@ public:
 
     /// Ends getPackets() until prepareForStart(), and forgets what is in the ring.
     void restart();
-    void clear() { m_ring->clear(); }
+
+    /// Forgets what is in the ring.
+    void clear();
 
     const WdbSharedMemory& getMemory() const { return *m_memory; }
 
@@ -66,8 +67,8 @@ private:
     template <typename Attempt>
     bool putWithRetry(unsigned long long size, Attempt&& attempt);
     bool makeRoom();
-    std::unique_ptr<WdbSharedMemory> makeMemory(int create) const;
-    std::unique_ptr<WdbCircularBuffer> makeRing(const WdbSharedMemory& memory) const;
+    void sayWaiting();
+    bool take(char* dest, unsigned int& available);
     void renewObject();
     void awaitWaitingViewer();
 
@@ -76,14 +77,17 @@ private:
     std::atomic<bool> m_isShutDown{false};
     std::atomic<bool> m_isRestarting{false};
 
-    const std::string m_directory;
-    const int m_index;
+    // Held by the viewer's side while it takes a batch and while it empties the ring.
+    std::mutex m_takeMutex;
+
+    const std::string m_directory;  // absolute
     const int m_ringSize;
     // The simulator's side only.
     const bool m_isSimulator;
     bool m_hadViewer = false;  // with an object before this one
-    int m_sleepsWithoutViewer = 0;
-    long long m_lookDueAt = 0;  // nanoseconds of the coarse clock
+    bool m_hasSaidWaiting = false;
+    bool m_hasLostObject = false;  // which has been said
+    long long m_lookDueAt = 0;     // nanoseconds of the coarse clock
 };
 
 }  // namespace Korvel

@@ -26,16 +26,19 @@ constexpr int SizeAttempts = 100;
 constexpr useconds_t SizeInterval = 10'000;
 
 // The byte of the object whose lock tells that a side is there, and the one whose lock is held by
-// whoever takes the object's name away.
-enum LockByte : off_t { SimulatorByte = 0, ViewerByte = 1, NameByte = 2 };
+// whoever changes its mode or its name.
+enum LockByte : off_t { SimulatorByte = 0, ViewerByte = 1, EntryByte = 2 };
 
 // How long somebody else may take to do so. Long, since it takes two system calls.
-constexpr int NameAttempts = 200;
-constexpr useconds_t NameInterval = 1'000;
+constexpr int EntryAttempts = 200;
+constexpr useconds_t EntryInterval = 1'000;
 
-struct flock lockOf(LockByte byte) {
+// How often an object is made anew because another simulator makes one at the same moment.
+constexpr int CreateAttempts = 3;
+
+struct flock lockOf(LockByte byte, short type) {
     struct flock lock = {};
-    lock.l_type = F_WRLCK;
+    lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_start = byte;
     lock.l_len = 1;
@@ -45,29 +48,46 @@ struct flock lockOf(LockByte byte) {
 // False where somebody else has it. The lock belongs to the open file: unlike a process's lock it
 // is not lost when another descriptor of the same object is closed.
 bool takeLock(int file, LockByte byte) {
-    struct flock lock = lockOf(byte);
+    struct flock lock = lockOf(byte, F_WRLCK);
     return ::fcntl(file, F_OFD_SETLK, &lock) == 0 || (errno != EAGAIN && errno != EACCES);
 }
 
 bool isLockedByOther(int file, LockByte byte) {
-    struct flock lock = lockOf(byte);
+    struct flock lock = lockOf(byte, F_WRLCK);
     return ::fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
-// From here until the file is closed, nobody else takes the name of this object to another one or
-// away, so that what a look at the name finds stays true.
-void lockName(int file) {
-    for (int i = 0; i < NameAttempts && !takeLock(file, NameByte); ++i)
-        ::usleep(NameInterval);
-}
+// While one lives, nobody else changes the object's mode or name, so that what a look at them finds
+// stays true. Nothing is locked where there is no file.
+class EntryLock {
+public:
+    explicit EntryLock(int file) : m_file(file) {
+        for (int i = 0; m_file >= 0 && i < EntryAttempts && !takeLock(m_file, EntryByte); ++i)
+            ::usleep(EntryInterval);
+    }
+    ~EntryLock() {
+        struct flock lock = lockOf(EntryByte, F_UNLCK);
+        if (m_file >= 0) ::fcntl(m_file, F_OFD_SETLK, &lock);
+    }
+    EntryLock(const EntryLock&) = delete;
+    EntryLock& operator=(const EntryLock&) = delete;
+
+private:
+    int m_file;
+};
 
 // May be refused where the object is another user's: this side then counts as one without a lock.
 void setBit(int file, mode_t bit) {
     constexpr mode_t AllBits = 07777;
+    const EntryLock lock(file);
     struct stat status = {};
     if (::fstat(file, &status) != 0) return;
     const int refused = ::fchmod(file, (status.st_mode & AllBits) | bit);
     static_cast<void>(refused);
+}
+
+int openObject(const std::string& name) {
+    return ::shm_open(name.c_str(), O_RDWR, AccessMode);
 }
 
 bool isSameObject(int one, int two) {
@@ -97,7 +117,7 @@ std::string createName(const std::string& directory) {
 }
 
 WdbSharedMemory::WdbSharedMemory(int create, int size, const std::string& directory, int index)
-    : m_size(size), m_processID(::getpid()) {
+    : m_processID(::getpid()) {
     if (create != Create && create != Open) return;
     const std::string name = createName(directory);
     if (name.empty()) return;
@@ -116,39 +136,60 @@ char* WdbSharedMemory::createSharedMemory(int size, const std::string& name, int
     closeMem();
     m_name = name;
     m_isSimulator = true;
-    const int old = ::shm_open(name.c_str(), O_RDWR, AccessMode);
-    if (old >= 0) lockName(old);
-    ::shm_unlink(name.c_str());
-    m_file = ::shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, AccessMode);
-    const int error = errno;
-    if (old >= 0) ::close(old);
-    errno = error;
-    if (m_file < 0) return fail("shm_open");
+    const char* failure = nullptr;
+    for (int i = 0; i < CreateAttempts; ++i) {
+        const int old = openObject(name);
+        {
+            const EntryLock lock(old);
+            ::shm_unlink(name.c_str());
+        }
+        if (old >= 0) ::close(old);
+        failure = makeObject(size);
+        if (failure == nullptr) return m_address;
+        if (errno != EEXIST) break;
+    }
+    return fail(failure);
+}
+
+char* WdbSharedMemory::createUnlessThere(int size, const std::string& directory) {
+    closeMem();
+    m_isSimulator = true;
+    struct stat status = {};
+    if (!statDirectory(directory, status)) return nullptr;
+    m_name = nameOf(status);
+    return makeObject(size + MarginSize) == nullptr ? m_address : fail(nullptr);
+}
+
+// The call that failed, or null.
+const char* WdbSharedMemory::makeObject(int size) {
+    m_file = ::shm_open(m_name.c_str(), O_RDWR | O_CREAT | O_EXCL, AccessMode);
+    if (m_file < 0) return "shm_open";
     takeLock(m_file, SimulatorByte);  // before the object has its size, which is what viewers await
-    if (!reserve(size)) return fail("ftruncate");
+    if (!reserve(size)) return "ftruncate";
     setBit(m_file, SimulatorWasThere);  // last: a change of size takes it away
-    return mapObject(size);
+    return mapObject(size) ? nullptr : "mmap";
 }
 
 char* WdbSharedMemory::getSharedMemory(int size, const std::string& name, int) {
     closeMem();
     m_name = name;
     m_isSimulator = false;
-    m_file = ::shm_open(name.c_str(), O_RDWR, AccessMode);
+    m_file = openObject(name);
     if (m_file < 0) return fail("shm_open");
     if (!takeLock(m_file, ViewerByte)) {
         m_isTaken = true;
         return fail(nullptr);
     }
     setBit(m_file, ViewerWasThere);
-    if (!awaitSize(size)) return fail("mmap");
-    return mapObject(size);
+    return awaitSize(size) && mapObject(size) ? m_address : fail("mmap");
 }
 
 // Takes the memory now: where there is none left, a later access would kill the simulator.
 bool WdbSharedMemory::reserve(int size) {
     if (::ftruncate(m_file, size) != 0) return false;
-    errno = ::posix_fallocate(m_file, 0, size);
+    do {
+        errno = ::posix_fallocate(m_file, 0, size);
+    } while (errno == EINTR);
     return errno == 0;
 }
 
@@ -165,17 +206,18 @@ bool WdbSharedMemory::awaitSize(int size) {
     return false;
 }
 
-char* WdbSharedMemory::mapObject(int size) {
+bool WdbSharedMemory::mapObject(int size) {
     void* address = ::mmap(nullptr, static_cast<std::size_t>(size), PROT_READ | PROT_WRITE,
                            MAP_SHARED, m_file, 0);
-    if (address == MAP_FAILED) return fail("mmap");
+    if (address == MAP_FAILED) return false;
     m_address = static_cast<char*>(address);
     m_mappedSize = size;
-    return m_address;
+    return true;
 }
 
-// Leaves nothing of its own behind; says so where a call is named.
+// Leaves nothing of its own behind, but for the error number; says so where a call is named.
 char* WdbSharedMemory::fail(const char* call) {
+    const int reason = errno;
     if (call != nullptr) wdbErrorPrint(call);
     if (m_isSimulator) {
         closeMem();
@@ -183,19 +225,26 @@ char* WdbSharedMemory::fail(const char* call) {
         ::close(m_file);
         m_file = -1;
     }
+    errno = reason;
     return nullptr;
 }
 
 void WdbSharedMemory::closeMem() {
     // A child of the simulator that ends leaves the object to its parent.
-    if (m_file >= 0 && isOfThisProcess()) {
-        lockName(m_file);
-        if (isNamed()) ::shm_unlink(m_name.c_str());
-    }
+    if (m_file >= 0 && isOfThisProcess()) takeNameAway();
     if (m_address != nullptr) ::munmap(m_address, static_cast<std::size_t>(m_mappedSize));
     m_address = nullptr;
     if (m_file >= 0) ::close(m_file);
     m_file = -1;
+}
+
+// Unless it names another object.
+void WdbSharedMemory::takeNameAway() {
+    const EntryLock lock(m_file);
+    const int named = openObject(m_name);
+    if (named < 0) return;
+    if (isSameObject(named, m_file)) ::shm_unlink(m_name.c_str());
+    ::close(named);
 }
 
 bool WdbSharedMemory::isOfThisProcess() const {
@@ -214,19 +263,16 @@ bool WdbSharedMemory::hasOtherSideLeft() const {
 }
 
 bool WdbSharedMemory::isNamed() const {
-    if (m_file < 0) return false;
-    const int named = ::shm_open(m_name.c_str(), O_RDWR, AccessMode);
-    if (named < 0) return false;
-    const bool isSame = isSameObject(named, m_file);
-    ::close(named);
-    return isSame;
+    struct stat status = {};
+    return m_file >= 0 && ::fstat(m_file, &status) == 0 && status.st_nlink != 0;
 }
 
 WdbSharedMemory::Presence WdbSharedMemory::look(const std::string& directory) {
     Presence presence;
     struct stat status = {};
     if (!statDirectory(directory, status)) return presence;
-    const int file = ::shm_open(nameOf(status).c_str(), O_RDWR, AccessMode);
+    const int file = openObject(nameOf(status));
+    presence.isDenied = file < 0 && errno == EACCES;
     if (file < 0) return presence;
     presence.isThere = true;
     presence.hasSimulator = isLockedByOther(file, SimulatorByte);

@@ -22,6 +22,7 @@ public:
     /// What a directory's object says of the two sides without being mapped.
     struct Presence {
         bool isThere = false;
+        bool isDenied = false;  ///< one is there, but another user's
         bool hasSimulator = false;
         bool hasViewer = false;
     };
@@ -35,13 +36,16 @@ public:
 
     /// Null where nothing is mapped.
     char* getAddress() const { return m_address; }
-    int getSize() const { return m_size; }
     const std::string& getName() const { return m_name; }
 
     /// Map an object of @p size bytes in place of the one that is mapped, and return the address or
     /// null.
     char* createSharedMemory(int size, const std::string& name, int index);
     char* getSharedMemory(int size, const std::string& name, int index);
+
+    /// Makes an object as createSharedMemory() does, but not in place of one that is there: then
+    /// nothing is mapped, and nothing is said.
+    char* createUnlessThere(int size, const std::string& directory);
 
     /// Also takes the object's name away, unless it names another one by now.
     void closeMem();
@@ -58,14 +62,17 @@ public:
     /// Whether the other side was attached, as far as is known, and is not any more.
     bool hasOtherSideLeft() const;
 
-    /// Whether the name leads to the mapped object. False where nothing is mapped.
+    /// Whether the mapped object has a name, so that others can open it. False where nothing is
+    /// mapped.
     bool isNamed() const;
 
     /// Looks without a word; nothing is there where the directory is not.
     static Presence look(const std::string& directory);
 
 private:
-    char* mapObject(int size);
+    const char* makeObject(int size);
+    bool mapObject(int size);
+    void takeNameAway();
     bool reserve(int size);
     bool awaitSize(int size);
     char* fail(const char* call);
@@ -73,8 +80,7 @@ private:
     char* m_address = nullptr;
     int m_file = -1;
     std::string m_name;
-    int m_size = 0;        // of the ring, as asked for
-    int m_mappedSize = 0;  // of the object
+    int m_mappedSize = 0;
     bool m_isSimulator = false;
     pid_t m_processID;  // of the process that mapped it
     bool m_isTaken = false;

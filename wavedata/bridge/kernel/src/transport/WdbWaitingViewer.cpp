@@ -17,8 +17,9 @@ int openDirectory(const std::string& directory) {
 
 WdbWaitingViewer::WdbWaitingViewer(const std::string& directory)
     : m_directory(openDirectory(directory)) {
-    // Refused only for the moment that a simulator takes to look.
-    if (m_directory >= 0) ::flock(m_directory, LOCK_SH);
+    // May be refused while a simulator looks, or for as long as somebody else uses the lock; then
+    // the viewer is not seen.
+    if (m_directory >= 0) ::flock(m_directory, LOCK_SH | LOCK_NB);
 }
 
 WdbWaitingViewer::~WdbWaitingViewer() {

@@ -13,9 +13,6 @@ public:
     WdbWaitingViewer(const WdbWaitingViewer&) = delete;
     WdbWaitingViewer& operator=(const WdbWaitingViewer&) = delete;
 
-    /// False where the directory is not there (yet).
-    bool isSeen() const { return m_directory >= 0; }
-
     /// Whether a viewer waits for the simulation of @p directory.
     static bool isThere(const std::string& directory);
 

@@ -69,8 +69,8 @@ void WdbLiveWriter::markCurrentTime(long long time) {
     m_packetCondition.notify_all();
 }
 
-// --- Once per value change: no lock while no time is being marked, no allocation, no system call
-// while the ring has room. ---
+// --- Once per value change: no lock while no time is being marked, no allocation for values of up
+// to 274 bytes, no system call while the ring has room. ---
 
 void WdbLiveWriter::putPacketRegular(WdbLivePacketContainer& event) {
     m_isRegularInFlight = true;
