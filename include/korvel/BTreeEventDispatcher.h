@@ -41,7 +41,8 @@ public:
     BTreeEventDispatcher& operator=(const BTreeEventDispatcher&) = delete;
 
     /// Subscribes a listener, which is not owned, to @p trees. It is told of changes after
-    /// @p seenTime. A listener that is registered already gets the new trees instead.
+    /// @p seenTime: 0 leaves out those at time 0, -1 is for a viewer that wants all. A listener
+    /// that is registered already gets the new trees instead.
     void registerListener(IBTreeEventListener* listener, const std::vector<WdbScalarBTree*>& trees,
                           long long seenTime);
 

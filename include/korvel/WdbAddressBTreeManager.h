@@ -73,6 +73,7 @@ public:
 
     /// Gives an event to the trees that it concerns, at once or with flushEvents(), which comes
     /// when all events up to the newest one's time were added. False while no tree is concerned.
+    /// The buffered way does not wait for the mutex, unless tens of megabytes are in the buffer.
     bool addEventDirect(const WdbLiveEvent* event);
     bool addEventBuffered(const WdbLiveEvent* event);
     void flushEvents();

@@ -108,12 +108,13 @@ public:
     virtual void getValueEvent(long long time, const std::vector<WdbScalarBTree*>& trees,
                                WdbTimeByteValues& out) const = 0;
 
-    /// The mutex that markTime() takes a lock of. Another one after createReader().
+    /// The mutex that markTime() takes a lock of. The same for as long as the reader lives.
     virtual boost::mutex& getTimeMarkMutex() = 0;
 
-    /// Waits until the running simulation has marked a time since @p lock was taken. Returns also
-    /// when no more comes: the simulation has ended or died, or begins anew, or is followed no
-    /// longer. Returns at once for a finished recording.
+    /// Waits until the running simulation has marked a time since @p lock was taken; marks that
+    /// come close together may count as one, the latest. Returns also when no more comes: the
+    /// simulation has ended or died, or begins anew, or is followed no longer. Returns at once for
+    /// a finished recording.
     virtual void markTime(boost::unique_lock<boost::mutex>& lock) = 0;
 
     /// Whether events arrived since the last call.
@@ -125,7 +126,8 @@ public:
     virtual WdbAddressBTreeManager& getBTreeManager() = 0;
 
     /// Embed a file in the recording of a running simulation; to be done again after
-    /// relaunchAfterRestart(). Throw Veld::OpenException for a file that cannot be read.
+    /// relaunchAfterRestart(). Throw Veld::OpenException for a file that cannot be read, and
+    /// where no recording is open.
     virtual void saveRtti(const std::string& path) = 0;
     virtual void saveDbg(const std::string& path) = 0;
 

@@ -18,7 +18,8 @@ public:
         NotThere,  ///< no simulation has begun to stream yet
         Ended,     ///< one was killed; what it left unread can still be read
         Free,      ///< one is running, and createReader() of a live reader attaches to it
-        Followed   ///< one is running, and has its viewer: there can be one only
+        Followed,  ///< one is running, and has its viewer: there can be one only
+        Denied     ///< one is there, which this user may not attach to
     };
 
     /// @param designPath  As the simulation gives it to its writer, and a viewer to createReader().
@@ -37,6 +38,15 @@ public:
     /// everything that it sent is recorded, soon after stop() when what was taken in is recorded,
     /// and for a reader that is not attached to one.
     static bool isStreaming(const WdbIEventReader& reader);
+
+    /// Has @p reader, a live one that is to be opened or relaunched, stop streaming where the
+    /// simulation comes back, in the same process, to a time before its latest mark: it has begun
+    /// again. Otherwise the reader records what comes, whatever its time.
+    static void stopAtNewRun(WdbIEventReader& reader);
+
+    /// Whether @p reader has stopped for that. relaunchAfterRestart() records the new run from its
+    /// beginning.
+    static bool hasBegunAgain(const WdbIEventReader& reader);
 
     /// Records no more of what the simulation sends, and ends markTime() in other threads. What was
     /// recorded can still be asked for.

@@ -117,6 +117,7 @@ TEST_F(LiveReader, recordsWhatIsStreamed) {
 TEST_F(LiveReader, waitsForAMarkNoLongerThanOneMayCome) {
     MarkLock idle(reader.getTimeMarkMutex());
     reader.markTime(idle);  // nothing is open
+    idle.unlock();
     const std::function<void()> ends[] = {[&] { WdbLiveSimulation::stop(reader); },
                                           [&] { reader.restart(); }, [&] { writer.close(); }};
     for (const auto& end : ends) {
@@ -140,9 +141,28 @@ TEST_F(LiveReader, waitsForAMarkNoLongerThanOneMayCome) {
     }
 }
 
+TEST(TimeMarks, countForEachWhoWaits) {
+    WdbTimeMarks marks;
+    marks.begin();
+    boost::thread other([&] {
+        for (MarkLock lock(marks.getMutex()); marks.areExpected();)
+            marks.wait(lock);
+    });
+    const auto giveWay = [] { boost::this_thread::sleep_for(boost::chrono::microseconds(50)); };
+    for (int round = 0; round < 200; giveWay(), ++round) {
+        MarkLock busy(marks.getMutex());
+        marks.announce();
+        giveWay();
+        marks.wait(busy);
+    }
+    marks.end();
+    other.join();
+}
+
 // The simulation starts again: twice in its process, then as another one with a ring of its own.
 TEST_F(LiveReader, beginsAnewWithTheSimulation) {
     start();
+    WdbLiveSimulation::stopAtNewRun(reader);
     attach();
     for (const unsigned int id : {5U, 7U, 6U})
         reader.setObjectTraced(id, 0, 0);
@@ -165,16 +185,22 @@ TEST_F(LiveReader, beginsAnewWithTheSimulation) {
         EXPECT_EQ(changesOf(reader, {{10}}), (Changes{{time, 0, run}}));
         change(time + 50, 10, "of a run that is over");
     }
+    change(3, 10, "b");  // unasked, behind a time that is over
+    awaitEnd();
+    EXPECT_TRUE(WdbLiveSimulation::hasBegunAgain(reader));
+    reader.relaunchAfterRestart();
+    mark(4);
     close();
     EXPECT_FALSE(reader.isObjectTraced(5));  // that was in the recording before
     WdbStaticReader recording;
     recording.createReader("", path, 0, "");
-    EXPECT_EQ(changesOf(recording, {{10}})[0], (Changes::value_type{97, 0, 3}));
+    EXPECT_EQ(changesOf(recording, {{10}})[0], (Changes::value_type{3, 0, 'b'}));
     for (unsigned int id = 4; id <= 8; ++id)
         EXPECT_EQ(recording.isObjectTraced(id), 5 <= id && id <= 7) << id;
 }
 
 TEST_F(LiveReader, letsGoOfAllWhereItFails) {
+    EXPECT_NE(openFailureOf([&] { reader.saveDbg(path); }), "");
     start();
     attach();
     EXPECT_NE(openFailureOf([&] { reader.saveDbg(directory.file("missing")); }), "");
@@ -190,6 +216,18 @@ TEST_F(LiveReader, letsGoOfAllWhereItFails) {
         writer.markCurrentTime(time);
     attach();
     mark(time);
+}
+
+TEST_F(LiveReader, recordsTimesThatFallUnlessItIsToldToStop) {
+    start();
+    attach();
+    writer.markCurrentTime(9);
+    change(3, 10, "b");
+    writer.markCurrentTime(4);
+    while (reader.getLatestTime() != 4)
+        boost::this_thread::yield();
+    EXPECT_EQ(changesOf(reader, {{10}}), (Changes{{3, 0, 'b'}}));
+    EXPECT_TRUE(WdbLiveSimulation::isStreaming(reader));
 }
 
 TEST_F(LiveReader, cutsTheAddressesIntoBuckets) {
@@ -227,15 +265,15 @@ TEST_F(LiveReader, survivesNonsense) {
         return fieldOf(time) + fieldOf(address) + fieldOf(length) + std::string(size, 'x');
     };
     constexpr long long Far = std::numeric_limits<long long>::max();
-    const std::vector<std::string> records{"abc",
+    const std::vector<std::string> records{event(-Far, 9, 1, 1),  // while there is no mark
+                                           "abc",
                                            "seven b",
-                                           event(1, 9, 400, 5),
-                                           event(1, 9, 0, 0),
-                                           event(Far, 9, 1, 1),
-                                           event(-Far, 9, 1, 1),
-                                           event(1, Far, 2, 2),
-                                           event(1, -Far, 2, 2),
-                                           event(1, 2040, 9000, 9000)};
+                                           event(Far, 9, 400, 5),
+                                           event(Far, 9, 0, 0),
+                                           event(Far, Far, 2, 2),
+                                           event(Far, -Far, 2, 2),
+                                           event(Far, 2040, 9000, 9000),
+                                           event(Far, 9, 1, 1)};
     for (const unsigned long addresses : {Addresses, 0UL}) {
         ::testing::internal::CaptureStderr();
         WdbSharedMemMgr ring(true, snapshot, 0);
@@ -260,7 +298,7 @@ TEST_F(LiveReader, survivesNonsense) {
     }
 }
 
-// A request for new indexes reads for as long as it likes; the simulation does not wait for it.
+// Requests for new indexes and who draws take their time; the simulation does not wait for them.
 TEST_F(LiveReader, emptiesTheRingWhileTheRecordingIsRead) {
     constexpr long long Count = 90'000;  // three times what the ring takes
     start();
@@ -273,8 +311,14 @@ TEST_F(LiveReader, emptiesTheRingWhileTheRecordingIsRead) {
             change(time, 10, std::string(270, static_cast<char>(time)));
         return true;
     });
-    mark(Count);
-    EXPECT_EQ(trees[0]->getRecordCount(), Count);
+    boost::unique_lock<boost::recursive_mutex> drawing(reader.getReadWriteMutex());
+    for (long long time = Count + 1; time <= 2 * Count; ++time) {
+        change(time, 10, std::string(270, static_cast<char>(time)));
+        if (time % 100 == 0) writer.markCurrentTime(time);
+    }
+    drawing.unlock();
+    mark(2 * Count);
+    EXPECT_EQ(trees[0]->getRecordCount(), 2 * Count);
     EXPECT_EQ(trees[1]->getRecordCount(), 1U);
 }
 

@@ -81,6 +81,11 @@ std::string statusOf(const ViewedRecording& recording, long long time) {
                        static_cast<double>(bytes) / Megabyte);
 }
 
+FollowEnd reasonOfEnd(const WdbIEventReader& reader) {
+    return WdbLiveSimulation::hasBegunAgain(reader) ? FollowEnd::SimulationBeganAgain
+                                                    : FollowEnd::SimulationEnded;
+}
+
 }  // namespace
 
 Follower::Follower(const FollowOptions& options, const ViewedRecording& recording,
@@ -107,12 +112,10 @@ FollowEnd Follower::runUntilEnd() {
     for (bool isInterrupted = false;; marks.wait()) {
         // In this order, the time that is read last is that of all that came.
         const bool isStreaming = WdbLiveSimulation::isStreaming(m_recording.reader());
-        const long long latest = m_recording.latestTime();
-        if (latest < m_reachedTime) return FollowEnd::SimulationBeganAgain;
-        m_reachedTime = latest;
+        const long long latest = m_reachedTime = m_recording.latestTime();
         if (latest >= m_options.until) return FollowEnd::TimeReached;
         if (isInterrupted) return FollowEnd::Interrupted;
-        if (!isStreaming) return FollowEnd::SimulationEnded;
+        if (!isStreaming) return reasonOfEnd(m_recording.reader());
         print(latest);
         if (latest != m_drawnTime && Clock::now() - drawnAt >= pictureInterval) {
             draw(latest);

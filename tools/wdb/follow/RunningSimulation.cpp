@@ -48,12 +48,15 @@ std::string RunningSimulation::descriptionFile() const {
 void RunningSimulation::waitForIt() {
     using State = WdbLiveSimulation::State;
     State state = m_simulation.getState();
-    if (state != State::Free && state != State::Followed)
+    if (state == State::NotThere || state == State::Ended)
         fmt::print(stderr, "wdb: waiting for a simulation in {}\n", m_directory.string());
     while (state != State::Free) {
         if (state == State::Followed) {
             throw ToolError(m_directory.string(),
                             "the simulation has its viewer already; there can be one only");
+        }
+        if (state == State::Denied) {
+            throw ToolError(m_directory.string(), "the simulation is another user's");
         }
         if (Interrupt::isRequested()) throw ToolExit{ExitInterrupted};
         std::this_thread::sleep_for(WaitingInterval);
@@ -98,6 +101,7 @@ ViewedRecording RunningSimulation::record(const std::string& file) {
     std::unique_ptr<WdbIEventReader> reader(
         WdbEventReaderFactory::getInstance().create(WdbEventReaderFactory::LIVE_READER));
     reader->setMemFileSize(addressSize());
+    WdbLiveSimulation::stopAtNewRun(*reader);
     const std::string rtti = (m_directory / "torq.rtti").string();
     try {
         reader->createReader(m_designPath, file, 0, "");

@@ -63,13 +63,18 @@ public:
     bool scan(const std::vector<WdbScalarBTree*>& toFill, const Progress& progress);
     void publish(Trees made);
     Lock lockDatabase() const { return writeLock != nullptr ? Lock(*writeLock) : Lock(); }
+    void setCells(const std::vector<WdbScalarBTree*>& ofTrees);
     void applyBuffer();
     template <typename Question>
     void ask(Question&& question);
 
-    // Order of locks: requestMutex, the database's write lock, mutex.
+    // Order of locks: requestMutex, the database's write lock, mutex, bufferMutex.
     boost::mutex requestMutex;  // one request at a time reads the database
     mutable boost::recursive_mutex mutex;
+    boost::mutex bufferMutex;  // held for moments, so that who records does not wait for who draws
+
+    // Of events since the last mark; more than that is applied without one.
+    static constexpr std::size_t LargestBuffer = std::size_t{64} << 20;
 
     static constexpr long long NoTime = std::numeric_limits<long long>::min();
 
@@ -80,10 +85,15 @@ public:
     std::string path;                        // of the temporary file; empty: there is none
     std::shared_ptr<WdbIndexPages> pages = std::make_shared<WdbIndexPages>();
 
+    // Of all trees. Replaced under mutex and bufferMutex; either will do to look at the addresses,
+    // mutex is for the rest.
+    WdbScalarCells cells{{}};
+
+    // Under bufferMutex.
+    std::vector<char> buffer;  // events as they travel, back to back
+
     // Under mutex.
     Trees trees;
-    WdbScalarCells cells{{}};        // of all trees
-    std::vector<char> buffer;        // events as they travel, back to back
     std::vector<char> spare;         // what the buffer was before; keeps its memory
     long long appliedTime = NoTime;  // of the newest event that came from the buffer
     long long toldTime = NoTime;     // the same when listeners were told last
@@ -205,8 +215,15 @@ void WdbAddressBTreeManager::Impl::publish(Trees made) {
     all.reserve(trees.size());
     for (const auto& [scalar, tree] : trees)
         all.push_back(tree.get());
-    cells = WdbScalarCells(all);
+    setCells(all);
     hasTrees = true;
+}
+
+// With the mutex held.
+void WdbAddressBTreeManager::Impl::setCells(const std::vector<WdbScalarBTree*>& ofTrees) {
+    WdbScalarCells next(ofTrees);
+    const Lock lock(bufferMutex);
+    std::swap(cells, next);
 }
 
 // Asks the event blocks themselves. There is a database.
@@ -254,11 +271,17 @@ bool WdbAddressBTreeManager::addEventDirect(const WdbLiveEvent* event) {
 }
 
 bool WdbAddressBTreeManager::addEventBuffered(const WdbLiveEvent* event) {
-    const Impl::RecursiveLock lock(m_impl->mutex);
+    Impl::Lock lock(m_impl->bufferMutex);
     if (!m_impl->cells.concerns(event->m_address, event->m_valueLength)) return false;
+    std::vector<char>& buffer = m_impl->buffer;
     const char* bytes = reinterpret_cast<const char*>(event);
-    m_impl->buffer.insert(m_impl->buffer.end(), bytes,
-                          bytes + WdbLiveEvent::HeaderSize + event->m_valueLength);
+    buffer.insert(buffer.end(), bytes, bytes + WdbLiveEvent::HeaderSize + event->m_valueLength);
+    const bool isFull = buffer.size() > Impl::LargestBuffer;
+    lock.unlock();
+    if (isFull) {
+        const Impl::RecursiveLock drawing(m_impl->mutex);
+        m_impl->applyBuffer();
+    }
     return true;
 }
 
@@ -268,7 +291,7 @@ void WdbAddressBTreeManager::flushEvents() {
     {
         const Impl::RecursiveLock lock(m_impl->mutex);
         m_impl->applyBuffer();
-        // A request for trees may have applied them before.
+        // They may have been applied before, by a request for trees or because there were many.
         if (m_impl->appliedTime <= m_impl->toldTime) return;
         latest = m_impl->toldTime = m_impl->appliedTime;
         dispatcher = m_impl->dispatcher.get();
@@ -279,7 +302,10 @@ void WdbAddressBTreeManager::flushEvents() {
 void WdbAddressBTreeManager::Impl::applyBuffer() {
     // Taken away first: events that a full disk keeps out of the trees are not tried again.
     spare.clear();
-    spare.swap(buffer);
+    {
+        const Lock lock(bufferMutex);
+        spare.swap(buffer);
+    }
     for (std::size_t at = 0; at < spare.size();) {
         long long time = 0;
         long long address = 0;
@@ -336,8 +362,11 @@ void WdbAddressBTreeManager::reset() {
     if (dispatcher != nullptr) dispatcher->forgetTrees();
     m_impl->hasTrees = false;
     m_impl->isDamaged = false;
-    m_impl->cells = WdbScalarCells({});
-    m_impl->buffer.clear();
+    m_impl->setCells({});
+    {
+        const Impl::Lock buffer(m_impl->bufferMutex);
+        m_impl->buffer.clear();
+    }
     m_impl->appliedTime = m_impl->toldTime = Impl::NoTime;
     m_impl->trees.clear();
     m_impl->search.reset();

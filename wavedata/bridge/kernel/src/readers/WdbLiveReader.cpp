@@ -21,6 +21,7 @@ const char ClassFile[] = "wavedata/bridge/kernel/src/WdbLiveReader";
 const char ApplicationName[] = "Pellon Simulator";
 constexpr unsigned int SectionVersion = 1;
 constexpr unsigned int BucketSize = WdbEventDatabaseHeader::AddressesPerBucket;
+constexpr unsigned long MostAddresses = 1UL * INT_MAX * BucketSize;
 
 using ManagerLock = boost::unique_lock<boost::recursive_mutex>;
 using Lock = boost::unique_lock<boost::mutex>;
@@ -41,43 +42,75 @@ WdbLiveReader::~WdbLiveReader() {
 
 void WdbLiveReader::createReader(const std::string& designPath, const std::string& fileName,
                                  int index, const std::string& tmpDir) {
+    beginAttaching();
     // The objects of the first simulation may have been named before it was opened.
-    if (m_pEventDatabase != nullptr) {
+    if (!m_fileName.empty()) {
         letGo();
         m_tracedObjects.clear();
     }
-    const std::string directory = TORQ::OutputFileNames::getKernelDirectory(designPath);
-    setSharedMemReader(std::make_unique<WdbSharedMemReader>(directory, index, this));
+    m_directory = TORQ::OutputFileNames::getKernelDirectory(designPath);
+    m_index = index;
+    m_fileName = fs::system_complete(fileName).string();
     try {
-        m_fileName = fs::system_complete(fileName).string();
+        checkCreatable();
+        attach();
         createRecording();
-        createDrawingBTreeTmpFile(directory, m_fileName, index, tmpDir);
-        m_sharedMemReader->start(m_pEventDatabase);
+        createDrawingBTreeTmpFile(m_directory, m_fileName, index, tmpDir);
+        startStreaming();
     } catch (...) {
+        m_fileName.clear();
         letGo();
         throw;
     }
 }
 
 void WdbLiveReader::relaunchAfterRestart() {
-    if (m_pEventDatabase == nullptr) return;
+    if (m_fileName.empty()) throwOpenException(ClassFile, __LINE__, "No simulation was opened.");
+    beginAttaching();
     try {
-        m_sharedMemReader->stop();
-        closeRecording();
-        m_sharedMemReader->reattach();
+        if (m_sharedMemReader) {
+            m_sharedMemReader->stop();
+            closeRecording();
+            checkCreatable();
+            m_sharedMemReader->reattach();
+        } else {
+            checkCreatable();
+            attach();
+        }
         m_isTracedSetChanged = !m_tracedObjects.getIntervals().empty();
         createRecording();
-        m_sharedMemReader->start(m_pEventDatabase);
+        startStreaming();
     } catch (...) {
         letGo();
         throw;
     }
 }
 
+void WdbLiveReader::beginAttaching() {
+    const Lock lock(m_attachMutex);
+    m_isStopped = false;
+}
+
+void WdbLiveReader::attach() {
+    setSharedMemReader(
+        std::make_unique<WdbSharedMemReader>(m_directory, m_index, this, m_timeMarks));
+}
+
+// As far as can be told before anything is touched: a viewer that attaches and fails takes the
+// simulation's ring with it.
+void WdbLiveReader::checkCreatable() const {
+    if (m_memFileSize > MostAddresses)
+        throwOpenException(ClassFile, __LINE__, "The address size is too large.");
+    const fs::path path(m_fileName);
+    boost::system::error_code error;
+    const bool isThere = fs::exists(path, error);
+    const std::string toBeWritten = isThere ? m_fileName : path.parent_path().string();
+    if (fs::is_directory(path, error) || ::access(toBeWritten.c_str(), W_OK) != 0)
+        throwOpenException(ClassFile, __LINE__, "Cannot write the file " + m_fileName);
+}
+
 void WdbLiveReader::createRecording() {
     const unsigned long buckets = m_memFileSize / BucketSize + (m_memFileSize % BucketSize != 0);
-    if (buckets > INT_MAX)
-        throwOpenException(ClassFile, __LINE__, "The address size is too large.");
     if (m_sharedMemReader->isTaken())
         throwOpenException(ClassFile, __LINE__,
                            "The simulation has a viewer already; there can be one only.");
@@ -91,6 +124,13 @@ void WdbLiveReader::createRecording() {
     database->initialize(header, /*writable=*/true);
     flushFile();
     setEventDatabase(database.release(), &m_sharedMemReader->getDatabaseMutex());
+}
+
+void WdbLiveReader::startStreaming() {
+    const Lock lock(m_attachMutex);
+    m_sharedMemReader->setStoppingAtNewRun(m_isStoppingAtNewRun);
+    m_sharedMemReader->start(m_pEventDatabase);
+    if (m_isStopped) m_sharedMemReader->shutDown();
 }
 
 void WdbLiveReader::saveTracedObjects() {
@@ -159,13 +199,8 @@ void WdbLiveReader::getValueEvent(long long time, const std::vector<WdbScalarBTr
 
 // --- The running simulation. ---
 
-boost::mutex& WdbLiveReader::getTimeMarkMutex() {
-    return m_sharedMemReader ? m_sharedMemReader->getMarkMutex() : m_idleMarkMutex;
-}
-
 void WdbLiveReader::markTime(boost::unique_lock<boost::mutex>& lock) {
-    if (!m_sharedMemReader) return;
-    m_sharedMemReader->markTime(lock);
+    m_timeMarks.wait(lock);
     // Without the mark lock: this takes the manager's mutex, whose holder, a listener or somebody
     // who draws, may be about to take the mark lock.
     const boost::reverse_lock<Lock> released(lock);
@@ -173,20 +208,28 @@ void WdbLiveReader::markTime(boost::unique_lock<boost::mutex>& lock) {
 }
 
 bool WdbLiveReader::hasMoreData() {
+    const Lock lock(m_attachMutex);
     return m_sharedMemReader && m_sharedMemReader->hasMoreData();
 }
 
 void WdbLiveReader::restart() {
+    const Lock lock(m_attachMutex);
     if (m_sharedMemReader) m_sharedMemReader->restart();
 }
 
-bool WdbLiveReader::isStreaming() const {
+void WdbLiveReader::stopAtNewRun() {
     const Lock lock(m_attachMutex);
-    return m_sharedMemReader && m_sharedMemReader->isReading();
+    m_isStoppingAtNewRun = true;
+}
+
+bool WdbLiveReader::hasBegunAgain() const {
+    const Lock lock(m_attachMutex);
+    return m_sharedMemReader && m_sharedMemReader->hasBegunAgain();
 }
 
 void WdbLiveReader::stopStreaming() {
     const Lock lock(m_attachMutex);
+    m_isStopped = true;
     if (m_sharedMemReader) m_sharedMemReader->shutDown();
 }
 
@@ -202,6 +245,8 @@ void WdbLiveReader::saveDbg(const std::string& path) {
 
 // Asks first, because embedding what cannot be read ends the process, as a simulator wants it.
 void WdbLiveReader::embedFile(const char* sectionID, const std::string& path) {
+    if (m_pEventDatabase == nullptr)
+        throwOpenException(ClassFile, __LINE__, "No recording is open.");
     boost::system::error_code error;
     if (!fs::is_regular_file(path, error) || ::access(path.c_str(), R_OK) != 0)
         throwOpenException(ClassFile, __LINE__, "Cannot read the file " + path);

@@ -9,6 +9,7 @@
 
 #include "events/WdbEventBlockDatabaseFactory.h"
 #include "readers/WdbCommonReader.h"
+#include "readers/WdbTimeMarks.h"
 
 namespace Korvel {
 
@@ -41,28 +42,37 @@ public:
                                const std::vector<WdbScalarBTree*>& trees) const override;
     void getValueEvent(long long time, const std::vector<WdbScalarBTree*>& trees,
                        WdbTimeByteValues& out) const override;
-    boost::mutex& getTimeMarkMutex() override;
+    boost::mutex& getTimeMarkMutex() override { return m_timeMarks.getMutex(); }
 
     /// Also returns when nothing more will come.
     void markTime(boost::unique_lock<boost::mutex>& lock) override;
     bool hasMoreData() override;
     void restart() override;
 
-    /// Both throw Veld::OpenException where there is no such file.
+    /// Both throw Veld::OpenException where there is no such file, or nothing is open.
     void saveRtti(const std::string& path) override;
     void saveDbg(const std::string& path) override;
     void setProtoSettingsString(const std::string& settings) override { m_settings = settings; }
 
-    /// Empties the recording and goes on with the simulation that runs now. Throws as
-    /// createReader().
+    /// Empties the recording and goes on with the simulation that runs now, or with what it has
+    /// sent since it began again. Throws as createReader(), and where no simulation was opened;
+    /// after it has failed it may be tried again.
     void relaunchAfterRestart() override;
 
-    /// Whether more may come. Any thread may call these two.
-    bool isStreaming() const;
+    /// Whether more may come. Any thread may call these three.
+    bool isStreaming() const { return m_timeMarks.areExpected(); }
+    void stopAtNewRun();
+    bool hasBegunAgain() const;
+
+    /// Also ends what createReader() or relaunchAfterRestart() are about to begin.
     void stopStreaming();
 
 private:
+    void beginAttaching();
+    void attach();
+    void checkCreatable() const;
     void createRecording();
+    void startStreaming();
     void saveTracedObjects();
     void closeRecording();
     void letGo();
@@ -72,11 +82,15 @@ private:
     unsigned long m_memFileSize = 0;  // addresses
     int m_eventDatabaseType = WdbEventBlockDatabaseFactory::MultipleBucket;
     std::string m_settings;
-    std::string m_fileName;  // absolute
+    std::string m_fileName;   // absolute; empty until a simulation was opened
+    std::string m_directory;  // of the simulation
+    int m_index = 0;
+    WdbTimeMarks m_timeMarks;
 
-    mutable boost::mutex m_attachMutex;                     // held where the next one is replaced
+    mutable boost::mutex m_attachMutex;                     // held where the next two change
     std::unique_ptr<WdbSharedMemReader> m_sharedMemReader;  // null unless open
-    boost::mutex m_idleMarkMutex;                           // handed out while it is null
+    bool m_isStoppingAtNewRun = false;
+    bool m_isStopped = false;  // by stopStreaming(), since it began to attach
 };
 
 }  // namespace Korvel

@@ -33,6 +33,7 @@ const std::string& WdbLiveSimulation::getDirectory() const {
 WdbLiveSimulation::State WdbLiveSimulation::getState() {
     m_impl->beSeen();
     const WdbSharedMemory::Presence presence = WdbSharedMemory::look(m_impl->directory);
+    if (presence.isDenied) return State::Denied;
     if (!presence.isThere) return State::NotThere;
     if (!presence.hasSimulator) return State::Ended;
     return presence.hasViewer ? State::Followed : State::Free;
@@ -41,6 +42,15 @@ WdbLiveSimulation::State WdbLiveSimulation::getState() {
 bool WdbLiveSimulation::isStreaming(const WdbIEventReader& reader) {
     const auto* live = dynamic_cast<const WdbLiveReader*>(&reader);
     return live != nullptr && live->isStreaming();
+}
+
+void WdbLiveSimulation::stopAtNewRun(WdbIEventReader& reader) {
+    if (auto* live = dynamic_cast<WdbLiveReader*>(&reader)) live->stopAtNewRun();
+}
+
+bool WdbLiveSimulation::hasBegunAgain(const WdbIEventReader& reader) {
+    const auto* live = dynamic_cast<const WdbLiveReader*>(&reader);
+    return live != nullptr && live->hasBegunAgain();
 }
 
 void WdbLiveSimulation::stop(WdbIEventReader& reader) {
