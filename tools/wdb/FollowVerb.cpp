@@ -1,6 +1,7 @@
 #include "FollowVerb.h"
 
 #include "Interrupt.h"
+#include "OutputFile.h"
 #include "ToolError.h"
 #include "follow/Follower.h"
 #include "follow/RunningSimulation.h"
@@ -52,13 +53,25 @@ const char* toText(FollowEnd end) {
     }
 }
 
-void runFollow(const FollowArguments& arguments) {
-    const Interrupt interrupt(Interrupt::Waiting::GoesOn);
-    RunningSimulation simulation(arguments.directory);
-    const std::string output = outputName(arguments.output, simulation);
-    simulation.waitForIt();
-    // Whatever is wrong with the arguments shows before anything is recorded.
-    FollowOptions options = arguments.options;
+// What is wrong with files shows before anybody waits, and before anything is overwritten.
+void checkFiles(const FollowArguments& arguments, const std::string& output,
+                const RunningSimulation& simulation) {
+    checkCreatable(output);
+    for (const std::string& own : {simulation.descriptionFile(), simulation.rttiFile()}) {
+        if (isSameFile(output, own)) throw ToolError(output, "is the simulation's own file");
+    }
+    const std::string& picture = arguments.options.picture;
+    if (picture.empty()) return;
+    checkCreatable(picture + ".new");
+    if (isSameFile(output, picture)) {
+        throw ToolError(output, "is the picture as well; the recording needs another name");
+    }
+}
+
+// The objects, and in @p options what else depends on the design.
+std::vector<ViewedObject> readArguments(const FollowArguments& arguments,
+                                        const RunningSimulation& simulation,
+                                        FollowOptions& options) {
     std::vector<ViewedObject> objects;
     if (!options.query.objects.empty()) {
         objects = selectViewedObjects(simulation.descriptionFile(), simulation.description(),
@@ -67,6 +80,21 @@ void runFollow(const FollowArguments& arguments) {
     options.isPrinting = !objects.empty() && !arguments.isQuiet;
     if (!options.picture.empty()) checkDrawable(simulation.descriptionFile(), objects);
     if (!arguments.until.empty()) options.until = simulation.parseTime(arguments.until).roundedUp();
+    return objects;
+}
+
+void runFollow(const FollowArguments& arguments) {
+    const Interrupt interrupt(Interrupt::Waiting::GoesOn);
+    RunningSimulation simulation(arguments.directory);
+    const std::string output = outputName(arguments.output, simulation);
+    checkFiles(arguments, output, simulation);
+    FollowOptions options = arguments.options;
+    // A description that is there already is most likely the one; nobody wants to wait for an
+    // error.
+    if (simulation.readDescription()) readArguments(arguments, simulation, options);
+    simulation.waitForIt();
+    if (!simulation.readDescription()) simulation.sayUndescribed();
+    const std::vector<ViewedObject> objects = readArguments(arguments, simulation, options);
 
     FollowEnd end;
     std::string summary;
@@ -104,7 +132,7 @@ void addFollowVerb(CLI::App& tool) {
                      "Keep an SVG picture of the objects in this file, replaced if it exists")
         ->needs(objects);
     verb->add_option("--every", options.secondsAPicture, "Seconds from one picture to the next")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(0.01, 1e6))
         ->capture_default_str();
     verb->add_flag("-q,--quiet", arguments->isQuiet, "Print no changes");
     verb->footer(

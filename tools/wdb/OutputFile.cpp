@@ -2,6 +2,8 @@
 
 #include "ToolError.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <filesystem>
@@ -48,6 +50,24 @@ void OutputFile::fail() const {
     errno = reason;
     if (reason == EPIPE) throw ToolExit{ExitBrokenPipe};
     throw ToolError::fromErrno(m_name, "cannot write");
+}
+
+void checkCreatable(const std::string& name) {
+    const std::filesystem::path path(name);
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    std::error_code ignored;
+    const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+        throw ToolError(name, "is no file that could be replaced");
+    const bool isThere = std::filesystem::exists(status);
+    if (::access(isThere ? path.c_str() : folder.c_str(), W_OK) != 0)
+        throw ToolError::fromErrno(name, "cannot create");
+}
+
+bool isSameFile(const std::string& one, const std::string& two) {
+    std::error_code ignored;
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(one), ignored) ==
+           std::filesystem::weakly_canonical(std::filesystem::absolute(two), ignored);
 }
 
 }  // namespace Korvel

@@ -30,4 +30,10 @@ private:
     std::vector<char> m_buffer;
 };
 
+/// Whether a file may be made there: throws ToolError where that is known to fail. Makes nothing.
+void checkCreatable(const std::string& name);
+
+/// Whether both names lead to one file, which need not exist.
+bool isSameFile(const std::string& one, const std::string& two);
+
 }  // namespace Korvel

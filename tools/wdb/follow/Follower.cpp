@@ -114,16 +114,17 @@ FollowEnd Follower::runUntilEnd() {
         const bool isStreaming = WdbLiveSimulation::isStreaming(m_recording.reader());
         const long long latest = m_reachedTime = m_recording.latestTime();
         if (latest >= m_options.until) return FollowEnd::TimeReached;
-        if (isInterrupted) return FollowEnd::Interrupted;
-        if (!isStreaming) return reasonOfEnd(m_recording.reader());
+        if (!isStreaming)
+            return isInterrupted ? FollowEnd::Interrupted : reasonOfEnd(m_recording.reader());
         print(latest);
         if (latest != m_drawnTime && Clock::now() - drawnAt >= pictureInterval) {
             draw(latest);
             drawnAt = Clock::now();
         }
         if (!m_options.isPrinting && status.isDue()) status.update(statusOf(m_recording, latest));
-        isInterrupted = Interrupt::acknowledge();
-        if (isInterrupted) WdbLiveSimulation::stop(m_recording.reader());
+        if (isInterrupted || !Interrupt::acknowledge()) continue;
+        isInterrupted = true;
+        WdbLiveSimulation::stop(m_recording.reader());  // what it has taken in is recorded first
     }
 }
 

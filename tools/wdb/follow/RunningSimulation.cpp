@@ -31,6 +31,11 @@ constexpr std::int64_t MostAddresses = std::int64_t{1} << 36;
 
 // A path within the directory, which must not end in a slash more than this one.
 std::string designPathIn(const std::string& directory) {
+    std::error_code ignored;
+    if (directory.empty() || (std::filesystem::exists(directory, ignored) &&
+                              !std::filesystem::is_directory(directory, ignored))) {
+        throw ToolError("'" + directory + "'", "is no directory of a snapshot");
+    }
     return (std::filesystem::absolute(directory) / "").lexically_normal().string();
 }
 
@@ -45,10 +50,18 @@ std::string RunningSimulation::descriptionFile() const {
     return (m_directory / "torq.dbg").string();
 }
 
+std::string RunningSimulation::rttiFile() const {
+    return (m_directory / "torq.rtti").string();
+}
+
 void RunningSimulation::waitForIt() {
     using State = WdbLiveSimulation::State;
     State state = m_simulation.getState();
-    if (state == State::NotThere || state == State::Ended)
+    if (state == State::Ended) {
+        fmt::print(stderr, "wdb: a simulation in {} was killed; waiting for the next one\n",
+                   m_directory.string());
+    }
+    if (state == State::NotThere)
         fmt::print(stderr, "wdb: waiting for a simulation in {}\n", m_directory.string());
     while (state != State::Free) {
         if (state == State::Followed) {
@@ -62,15 +75,19 @@ void RunningSimulation::waitForIt() {
         std::this_thread::sleep_for(WaitingInterval);
         state = m_simulation.getState();
     }
-    readDescription();
 }
 
-void RunningSimulation::readDescription() {
-    std::string fault = "there is no description of the design";
+bool RunningSimulation::readDescription() {
+    m_description.reset();
+    m_fault = "there is no description of the design";
     std::ifstream file(descriptionFile(), std::ios::binary);
     std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
-    if (!bytes.empty()) m_description = DesignDescription::fromBytes(std::move(bytes), &fault);
-    if (!m_description) sayUndescribed(descriptionFile(), fault);
+    if (!bytes.empty()) m_description = DesignDescription::fromBytes(std::move(bytes), &m_fault);
+    return m_description.has_value();
+}
+
+void RunningSimulation::sayUndescribed() const {
+    Korvel::sayUndescribed(descriptionFile(), m_fault);
 }
 
 ParsedTime RunningSimulation::parseTime(const std::string& text) const {
@@ -102,11 +119,10 @@ ViewedRecording RunningSimulation::record(const std::string& file) {
         WdbEventReaderFactory::getInstance().create(WdbEventReaderFactory::LIVE_READER));
     reader->setMemFileSize(addressSize());
     WdbLiveSimulation::stopAtNewRun(*reader);
-    const std::string rtti = (m_directory / "torq.rtti").string();
     try {
         reader->createReader(m_designPath, file, 0, "");
         if (exists(descriptionFile())) reader->saveDbg(descriptionFile());
-        if (exists(rtti)) reader->saveRtti(rtti);
+        if (exists(rttiFile())) reader->saveRtti(rttiFile());
     } catch (const Veld::OpenException& failure) {
         throw ToolError(file, failure.what());
     }

@@ -20,13 +20,19 @@ public:
 
     /// The file that describes the design; errors about objects and times name it.
     std::string descriptionFile() const;
+    std::string rttiFile() const;
 
-    /// Returns once it runs, having said on standard error that it is waited for, and having read
-    /// the description. Throws ToolError where it has its viewer already, and ToolExit where an
-    /// Interrupt that the caller keeps is requested.
+    /// Returns once it runs, having said on standard error that it is waited for. Throws ToolError
+    /// where it has its viewer already, or is another user's, and ToolExit where an Interrupt that
+    /// the caller keeps is requested.
     void waitForIt();
 
-    /// Null where there is none that can be read; standard error has a line on that.
+    /// Reads the description as it is now. False where there is none that can be read.
+    bool readDescription();
+    /// Tells standard error why there is none.
+    void sayUndescribed() const;
+
+    /// Null before it is read, and where there is none.
     const DesignDescription* description() const {
         return m_description ? &*m_description : nullptr;
     }
@@ -37,13 +43,13 @@ public:
     ViewedRecording record(const std::string& file);
 
 private:
-    void readDescription();
     unsigned long addressSize() const;
 
     std::string m_designPath;
     WdbLiveSimulation m_simulation;
     std::filesystem::path m_directory;
     std::optional<DesignDescription> m_description;
+    std::string m_fault;  // why there is none
 };
 
 }  // namespace Korvel

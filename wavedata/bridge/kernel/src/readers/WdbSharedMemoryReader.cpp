@@ -1,5 +1,6 @@
 #include "readers/WdbSharedMemoryReader.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include <boost/chrono/duration.hpp>
@@ -52,7 +53,7 @@ bool WdbSharedMemReader::isTaken() const {
 void WdbSharedMemReader::start(WdbIEventBlockDatabase* database) {
     if (m_thread.joinable()) m_thread.join();
     m_hasToldNonsense = m_hasToldFailure = m_hasBegunAgain = false;
-    m_latestMark = NoTime;
+    m_latestMark = m_latestEvent = NoTime;
     const Lock state(m_stateMutex);
     if (m_isToForget) forgetBacklog();
     m_isToForget = false;
@@ -106,9 +107,15 @@ void WdbSharedMemReader::sleep(int k) {
 void WdbSharedMemReader::runReadThread(WdbIEventBlockDatabase* database) {
     m_checkpointClock.start();
     survive([&] { recordAll(*database); });
-    // No mark follows that would show what came after the last one.
-    survive([&] { m_pReader->flushEvents(); });
+    survive([&] { recordEnd(*database); });
     m_timeMarks.end();
+}
+
+// No mark follows that would show what came after the last one, or say that its time was reached.
+void WdbSharedMemReader::recordEnd(WdbIEventBlockDatabase& database) {
+    m_pReader->flushEvents();
+    const Lock lock(m_databaseMutex);
+    if (m_latestEvent > database.getLatestTime()) database.setLatestTime(m_latestEvent);
 }
 
 void WdbSharedMemReader::recordAll(WdbIEventBlockDatabase& database) {
@@ -214,6 +221,7 @@ void WdbSharedMemReader::lockForEvent(Lock& lock, int& events) {
 void WdbSharedMemReader::recordEvent(const WdbLiveBatch& batch, WdbIEventBlockDatabase& database) {
     m_hasMoreData.store(true, std::memory_order_relaxed);
     const WdbLiveEvent& event = *batch.getEvent();
+    m_latestEvent = std::max(m_latestEvent, event.m_time);
     m_pReader->addEventBuffered(&event);
     database.writeEvent(event.m_time, event.m_address, event.m_valueLength, event.getValue());
 }

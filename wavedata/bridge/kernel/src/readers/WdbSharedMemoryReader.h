@@ -94,6 +94,7 @@ private:
     };
 
     void forgetBacklog();
+    void recordEnd(WdbIEventBlockDatabase& database);
     void recordAll(WdbIEventBlockDatabase& database);
     bool recordBacklog(WdbIEventBlockDatabase& database);
     bool recordBatch(const char* bytes, unsigned int size, WdbIEventBlockDatabase& database);
@@ -128,6 +129,7 @@ private:
     std::size_t m_backlogSize = 0;            // their bytes
     std::vector<char> m_spare;                // for the next of them; empty until used
     long long m_latestMark = NoTime;
+    long long m_latestEvent = NoTime;  // its time
     bool m_isStoppingAtNewRun = false;
     WdbCheckpointClock m_checkpointClock;
     bool m_hasToldNonsense = false;

@@ -44,8 +44,12 @@ void WdbLiveWriter::open(WriterMode mode, const std::string& designPath, const s
                          int index) {
     if (mode != LiveMode) std::exit(EXIT_FAILURE);
     close();
-    m_transport = std::make_unique<WdbSharedMemMgr>(
-        /*create=*/true, TORQ::OutputFileNames::getKernelDirectory(designPath), index);
+    const std::string directory = TORQ::OutputFileNames::getKernelDirectory(designPath);
+    m_transport = std::make_unique<WdbSharedMemMgr>(/*create=*/true, directory, index);
+    if (m_transport->getMemory().getAddress() == nullptr) {
+        std::cerr << "No viewer can follow the simulation of " + directory +
+                         ": what it streams is lost.\n";
+    }
 }
 
 void WdbLiveWriter::close() {
