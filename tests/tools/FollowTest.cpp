@@ -3,6 +3,7 @@
 #include "korvel/IWdbWriter.h"
 #include "korvel/WdbLiveSimulation.h"
 #include "korvel/korvelApi.h"
+#include "tests/support/Await.h"
 #include "tests/support/FileBytes.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -11,27 +12,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <thread>
 
 namespace Korvel {
 namespace {
 
 using ::testing::HasSubstr;
-
-// Whether a condition comes true; the patience is for machines that are busy.
-template <typename Condition>
-bool comesTrue(Condition&& condition) {
-    const auto patience = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > patience) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
 
 // A child process, which does not outlive its owner.
 class Process {
@@ -52,7 +40,7 @@ public:
     // Exit status, 128 + signal, or -1 for one that does not end.
     int wait() const {
         siginfo_t ended = {};
-        const bool hasEnded = comesTrue([&] {
+        const bool hasEnded = becomesTrue([&] {
             ::waitid(P_PID, static_cast<id_t>(m_id), &ended, WEXITED | WNOHANG | WNOWAIT);
             return ended.si_pid != 0;
         });
@@ -115,8 +103,8 @@ TEST_F(Follow, showsWhatAStandAloneRecordingHolds) {
             isViewerFirst ? "'top.*' --json" : "'top.*' -o lights.wdb --plot live.svg --every 0.01";
         const std::string live = cycles + "--live";
         const Process first = isViewerFirst ? follow(arguments) : simulate(live);
-        ASSERT_TRUE(
-            comesTrue([&] { return isViewerFirst ? !contents("follow.err").empty() : isThere(); }));
+        ASSERT_TRUE(becomesTrue(
+            [&] { return isViewerFirst ? !contents("follow.err").empty() : isThere(); }));
         const Process second = isViewerFirst ? simulate(live) : follow(arguments);
         ASSERT_EQ(first.wait(), 0) << contents("follow.err");
         ASSERT_EQ(second.wait(), 0) << contents("follow.err");
@@ -170,7 +158,7 @@ TEST_F(Follow, endsAtATimeAndLeavesOthersAlone) {
 TEST_F(Follow, mayEndAndComeAgainAndHasNoSecond) {
     const Process simulator = simulate("--live --cycles 1000000000 --cycles-per-second 2000");
     const auto hasPrinted = [&](const std::string& name) {
-        return comesTrue([&] { return contents(name + ".out").size() > 10'000; });
+        return becomesTrue([&] { return contents(name + ".out").size() > 10'000; });
     };
     {
         const Process viewer = follow("'top.*'", "first");
@@ -216,7 +204,7 @@ TEST_F(Follow, showsLateChangesAndEndsWhereTimeBeginsAgain) {
     std::string expected;
     for (const std::string line : {"           100  @0  07\n", "           100  @0  08\n"}) {
         expected += line;
-        ASSERT_TRUE(comesTrue([&] { return contents("follow.out") == expected; }));
+        ASSERT_TRUE(becomesTrue([&] { return contents("follow.out") == expected; }));
         ASSERT_EQ(::write(ends[1], "", 1), 1);
     }
     EXPECT_EQ(viewer.wait(), 0);
