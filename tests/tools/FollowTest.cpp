@@ -9,6 +9,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,6 +56,13 @@ private:
 
 class Follow : public ::testing::Test {
 protected:
+    // A simulation that was killed leaves its ring to the next one in the directory.
+    ~Follow() override {
+        struct stat status = {};
+        if (::stat(m_directory.file("torq.dir/lights").c_str(), &status) != 0) return;
+        ::shm_unlink(("/" + std::to_string(status.st_dev) + std::to_string(status.st_ino)).c_str());
+    }
+
     // Runs a command in the directory; output and errors go into NAME.out and NAME.err.
     Process start(const std::string& name, const std::string& command) {
         return Process([&] {
