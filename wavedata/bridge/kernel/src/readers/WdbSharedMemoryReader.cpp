@@ -1,16 +1,15 @@
 #include "readers/WdbSharedMemoryReader.h"
 
 #include <algorithm>
-#include <iostream>
 
 #include <boost/chrono/duration.hpp>
 #include <boost/thread/recursive_mutex.hpp>
 
 #include "events/WdbIEventBlockDatabase.h"
 #include "readers/WdbCommonReader.h"
+#include "support/WdbErrorPrint.h"
 #include "support/WdbICheckpoint.h"
 #include "transport/WdbLiveBatch.h"
-#include "transport/WdbLivePacket.h"
 #include "transport/WdbSharedMemMgr.h"
 
 namespace Korvel {
@@ -24,11 +23,6 @@ constexpr int EventsALock = 1000;
 constexpr std::size_t LargestBacklog = std::size_t{256} << 20;
 
 constexpr boost::chrono::microseconds LockInterval(200);  // between looks at a lock that is taken
-
-void tellOnce(bool& hasTold, const std::string& text) {
-    if (!hasTold) std::cerr << text + "\n";
-    hasTold = true;
-}
 
 }  // namespace
 
@@ -161,21 +155,16 @@ WdbSharedMemReader::Stretch WdbSharedMemReader::measure(const char* bytes, unsig
     WdbLiveBatch batch(bytes, size);
     for (;;) {
         const WdbLiveBatch::Record record = batch.next();
-        const WdbLiveEvent* event = batch.getEvent();
-        unsigned int payload = sizeof(long long);
+        if (record == WdbLiveBatch::Record::End || record == WdbLiveBatch::Record::Nonsense) break;
+        if (isOfNewRun(batch.getTime())) return stretch;
         if (record == WdbLiveBatch::Record::Mark) {
-            if (isOfNewRun(batch.getTime())) return stretch;
             m_latestMark = batch.getTime();
             ++stretch.marks;
-        } else if (record == WdbLiveBatch::Record::Event) {
-            if (isOfNewRun(event->m_time)) return stretch;
-            payload = WdbLiveEvent::HeaderSize + event->m_valueLength;
-        } else {
-            stretch.size = size;
-            return stretch;
         }
-        stretch.size += WdbLivePacket::LengthSize + payload;
+        stretch.size += batch.getRecordSize();
     }
+    stretch.size = size;
+    return stretch;
 }
 
 // Of several marks the last is the one that counts: a viewer learns the same from it, at a fraction
@@ -191,9 +180,9 @@ void WdbSharedMemReader::recordStretch(const char* bytes, const Stretch& stretch
             case WdbLiveBatch::Record::End:
                 return;
             case WdbLiveBatch::Record::Nonsense:
-                return tellOnce(m_hasToldNonsense,
-                                "What the simulation of " + m_directory +
-                                    " streams is damaged; a part of it is lost.");
+                return wdbTellOnce(m_hasToldNonsense,
+                                   "What the simulation of " + m_directory +
+                                       " streams is damaged; a part of it is lost.");
             case WdbLiveBatch::Record::Mark:
                 if (--marks > 0) break;
                 if (lock.owns_lock()) lock.unlock();
@@ -218,7 +207,7 @@ void WdbSharedMemReader::lockForEvent(Lock& lock, int& events) {
     ++events;
 }
 
-void WdbSharedMemReader::recordEvent(const WdbLiveBatch& batch, WdbIEventBlockDatabase& database) {
+void WdbSharedMemReader::recordEvent(WdbLiveBatch& batch, WdbIEventBlockDatabase& database) {
     m_hasMoreData.store(true, std::memory_order_relaxed);
     const WdbLiveEvent& event = *batch.getEvent();
     m_latestEvent = std::max(m_latestEvent, event.m_time);
@@ -289,8 +278,8 @@ void WdbSharedMemReader::survive(Action&& action) {
     try {
         action();
     } catch (const std::exception& error) {
-        tellOnce(m_hasToldFailure, "The simulation of " + m_directory +
-                                       " cannot be recorded as it should: " + error.what());
+        wdbTellOnce(m_hasToldFailure, "The simulation of " + m_directory +
+                                          " cannot be recorded as it should: " + error.what());
     }
 }
 

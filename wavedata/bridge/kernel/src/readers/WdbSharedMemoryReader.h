@@ -102,7 +102,7 @@ private:
     Stretch measure(const char* bytes, unsigned int size);
     void recordStretch(const char* bytes, const Stretch& stretch, WdbIEventBlockDatabase& database);
     void lockForEvent(Lock& lock, int& events);
-    void recordEvent(const WdbLiveBatch& batch, WdbIEventBlockDatabase& database);
+    void recordEvent(WdbLiveBatch& batch, WdbIEventBlockDatabase& database);
     void recordMark(long long time, WdbIEventBlockDatabase& database);
     void checkpointWhenDue(WdbIEventBlockDatabase& database);
     template <typename Mutex>

@@ -30,4 +30,12 @@ void wdbErrorPrintWithoutColon(const char* textBeforeReason) {
     printLine(textBeforeReason, "");
 }
 
+void wdbTellOnce(bool& hasTold, std::string line) {
+    if (hasTold) return;
+    hasTold = true;
+    line += '\n';
+    const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
+    static_cast<void>(written);
+}
+
 }  // namespace Korvel

@@ -14,30 +14,32 @@ WdbLiveBatch::Record WdbLiveBatch::next() {
     if (m_left < LengthSize) return Record::Nonsense;
     std::memcpy(&length, m_bytes, LengthSize);
     if (length > m_left - LengthSize) return Record::Nonsense;
-    const char* payload = m_bytes + LengthSize;
-    Record record = Record::Mark;
-    if (length == WdbLivePacket::MarkLength) {
-        std::memcpy(&m_time, payload, sizeof(m_time));
-    } else {
-        if (!takeEvent(payload, length)) return Record::Nonsense;
-        record = Record::Event;
-    }
-    m_bytes += LengthSize + length;
-    m_left -= LengthSize + length;
-    return record;
+    const bool isMark = length == WdbLivePacket::MarkLength;
+    if (!isMark && !isEvent(m_bytes + LengthSize, length)) return Record::Nonsense;
+    m_payload = m_bytes + LengthSize;
+    m_length = length;
+    std::memcpy(&m_time, m_payload, sizeof(m_time));
+    m_bytes += getRecordSize();
+    m_left -= getRecordSize();
+    return isMark ? Record::Mark : Record::Event;
 }
 
-bool WdbLiveBatch::takeEvent(const char* payload, unsigned int length) {
+unsigned int WdbLiveBatch::getRecordSize() const {
+    return WdbLivePacket::LengthSize + m_length;
+}
+
+bool WdbLiveBatch::isEvent(const char* payload, unsigned int length) {
     unsigned int valueLength = 0;
     if (length < WdbLiveEvent::HeaderSize) return false;
     std::memcpy(&valueLength, payload + offsetof(WdbLiveEvent, m_valueLength), sizeof(valueLength));
-    if (valueLength != length - WdbLiveEvent::HeaderSize) return false;
-    if (m_event.size() < length) m_event.resize(std::max<std::size_t>(length, 2 * m_event.size()));
-    std::memcpy(m_event.data(), payload, length);
-    return true;
+    return valueLength == length - WdbLiveEvent::HeaderSize;
 }
 
-const WdbLiveEvent* WdbLiveBatch::getEvent() const {
+const WdbLiveEvent* WdbLiveBatch::getEvent() {
+    if (m_event.size() < m_length) {
+        m_event.resize(std::max<std::size_t>(m_length, 2 * m_event.size()));
+    }
+    std::memcpy(m_event.data(), m_payload, m_length);
     return reinterpret_cast<const WdbLiveEvent*>(m_event.data());
 }
 

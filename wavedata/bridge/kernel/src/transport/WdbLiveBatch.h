@@ -22,17 +22,22 @@ public:
     /// Moves to the next record. Nonsense stays.
     Record next();
 
-    /// Of a mark.
+    /// Of a mark, and of an event.
     long long getTime() const { return m_time; }
 
-    /// Of an event. Lives until the next call.
-    const WdbLiveEvent* getEvent() const;
+    /// Bytes that the record takes in the batch.
+    unsigned int getRecordSize() const;
+
+    /// A copy of the event, which lives until the next one is made.
+    const WdbLiveEvent* getEvent();
 
 private:
-    bool takeEvent(const char* payload, unsigned int length);
+    static bool isEvent(const char* payload, unsigned int length);
 
     const char* m_bytes;  // what has not been read
     unsigned int m_left;
+    const char* m_payload = nullptr;  // of the record
+    unsigned int m_length = 0;        // of the payload
     long long m_time = 0;
     // A copy of the event, because memory from the heap is aligned and the bytes of the ring are
     // not.

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <iostream>
 #include <vector>
 
 #include <boost/chrono/duration.hpp>
@@ -11,6 +10,7 @@
 #include <boost/filesystem/path.hpp>
 #include <boost/thread/thread.hpp>
 
+#include "support/WdbErrorPrint.h"
 #include "transport/WdbLivePacket.h"
 #include "transport/WdbLivePacketContainer.h"
 #include "transport/WdbWaitingViewer.h"
@@ -27,11 +27,6 @@ constexpr long long LookIntervalAfterFailure = 50 * LookInterval;
 std::string absolute(const std::string& directory) {
     boost::system::error_code error;
     return boost::filesystem::system_complete(directory, error).string();
-}
-
-void tellOnce(bool& hasTold, const std::string& text) {
-    if (!hasTold) std::cerr << text + "\n";
-    hasTold = true;
 }
 
 long long coarseNow() {
@@ -105,8 +100,8 @@ bool WdbSharedMemMgr::makeRoom() {
 
 void WdbSharedMemMgr::sayWaiting() {
     const std::string what = m_memory->isOtherSideThere() ? "the viewer" : "a viewer";
-    tellOnce(m_hasSaidWaiting, "The simulation waits for " + what + " of " + m_directory +
-                                   ": what it streams has filled the memory between them.");
+    wdbTellOnce(m_hasSaidWaiting, "The simulation waits for " + what + " of " + m_directory +
+                                      ": what it streams has filled the memory between them.");
 }
 
 // A viewer takes the object's name away when it goes; the next one is to find the simulation all
@@ -127,8 +122,8 @@ void WdbSharedMemMgr::renewObject() {
     if (!waiting.empty()) m_ring->takeOver(waiting.data());
     if (isMade) return;
     m_lookDueAt += LookIntervalAfterFailure;
-    tellOnce(m_hasLostObject, "No viewer can follow the simulation of " + m_directory +
-                                  " any more: " + std::strerror(reason));
+    wdbTellOnce(m_hasLostObject, "No viewer can follow the simulation of " + m_directory +
+                                     " any more: " + std::strerror(reason));
 }
 
 void WdbSharedMemMgr::awaitWaitingViewer() {
