@@ -8,6 +8,7 @@
 #include "container/WdbBlockCodec.h"
 #include "events/WdbEventKey.h"
 #include "events/WdbLiveEvent.h"
+#include "events/WdbTimeSums.h"
 
 namespace Korvel {
 namespace {
@@ -18,12 +19,6 @@ const WdbStoreTexts StoreTexts = {
     "WDB FATAL ERROR: caught unspecified exception in WdbEventBlock::addBlock for the following "
     "reason: ",
 };
-
-// Times of a damaged block may lie anywhere; their difference then has no meaning, but is defined.
-long long timeBetween(long long earlier, long long later) {
-    return static_cast<long long>(static_cast<unsigned long long>(later) -
-                                  static_cast<unsigned long long>(earlier));
-}
 
 WdbEventKey keyOf(const WdbEvent& event) {
     return {event.getTime(), event.getStartAddress(), event.getValuelength()};

@@ -2,33 +2,9 @@
 
 #include <algorithm>
 
-namespace Korvel {
+#include "events/WdbTimeSums.h"
 
-void saveEventInNextBlock(WdbEventBlockList& list, bool filter, long long time, long long address,
-                          unsigned int valueLength, const unsigned char* value) {
-    WdbEventBlock& block = list.openRecord();
-    if (filter) {
-        block.filterOutRepeatedValue();
-        if (block.canAdd(valueLength)) {
-            block.addEvent(time, address, valueLength, value);
-            return;
-        }
-    }
-    list.closeRecord();
-    if (list.openRecord().hasRoomFor(valueLength)) {
-        block.addEvent(time, address, valueLength, value);
-        return;
-    }
-    const unsigned int longest =
-        block.getMaxEventBlockSize() - WdbEventBlock::HeaderSize - WdbEvent::HeaderSize;
-    while (valueLength > 0) {
-        const unsigned int length = std::min(valueLength, longest);
-        saveEventInList(list, filter, time, address, length, value);
-        address += length;
-        value += length;
-        valueLength -= length;
-    }
-}
+namespace Korvel {
 
 long long latestStoredTime(const WdbEventBlockList& list, const WdbIBlockManager& store,
                            unsigned int blockSize, long long fallback) {
@@ -38,8 +14,7 @@ long long latestStoredTime(const WdbEventBlockList& list, const WdbIBlockManager
     WdbEventBlock block(blockSize, 0);
     block.loadBlock(last.handle, last.size, store);
     if (block.isEmpty()) return fallback;
-    return static_cast<long long>(static_cast<unsigned long long>(block.getStartTime()) +
-                                  static_cast<unsigned long long>(block.getTimeLength()));
+    return addTimes(block.getStartTime(), block.getTimeLength());
 }
 
 WdbEventBlockListIterator::WdbEventBlockListIterator(const WdbIBlockManager& store,

@@ -6,6 +6,7 @@
 #include "container/WdbAppendingBlockList.h"
 #include "events/WdbEventBlock.h"
 #include "events/WdbEventDatabaseHeader.h"
+#include "events/WdbEventSaving.h"
 #include "events/WdbIEventBlockIterator.h"
 
 namespace Korvel {
@@ -14,22 +15,14 @@ namespace Korvel {
 using WdbEventBlockList =
     WdbAppendingBlockList<WdbEventBlock, WdbEventDatabaseHeader::NodeCapacity>;
 
-/// saveEventInList() for an event that the current block cannot take.
-void saveEventInNextBlock(WdbEventBlockList& list, bool filter, long long time, long long address,
-                          unsigned int valueLength, const unsigned char* value);
-
-/// Adds an event to the list's current block. A block that cannot take it is stored first, after
-/// the superseded writes in it were dropped when @p filter is set and that was not enough. An event
-/// that no block can take is cut into events over consecutive addresses.
-/// Runs once per value change.
+/// saveEventInBlock() for the list's current block. Runs once per value change.
 inline void saveEventInList(WdbEventBlockList& list, bool filter, long long time, long long address,
                             unsigned int valueLength, const unsigned char* value) {
-    WdbEventBlock& block = list.openRecord();
-    if (block.canAdd(valueLength)) {
-        block.addEvent(time, address, valueLength, value);
-    } else {
-        saveEventInNextBlock(list, filter, time, address, valueLength, value);
-    }
+    const auto storeBlock = [&list] {
+        list.closeRecord();
+        list.openRecord();
+    };
+    saveEventInBlock(list.openRecord(), filter, storeBlock, time, address, valueLength, value);
 }
 
 /// Time of the last event that the list's stored blocks hold; @p fallback without one.
