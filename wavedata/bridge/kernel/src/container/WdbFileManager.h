@@ -95,6 +95,9 @@ public:
     /// All sections in the order they were added.
     std::vector<WdbTableOfContentItem> getSections() const;
 
+    /// For a further store over the file, which holds the block store's mutex while it uses it.
+    std::fstream& getStream() { return m_stream; }
+
     WdbFileBlockManager& getBlockManager() { return m_blockManager; }
     const WdbFileBlockManager& getBlockManager() const { return m_blockManager; }
 

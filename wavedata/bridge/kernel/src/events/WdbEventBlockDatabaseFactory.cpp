@@ -1,5 +1,6 @@
 #include "events/WdbEventBlockDatabaseFactory.h"
 
+#include "events/WdbMultipleBucketBtreeDatabase.h"
 #include "events/WdbMultipleBucketEventDatabase.h"
 #include "events/WdbSingleBucketEventDatabase.h"
 
@@ -17,6 +18,8 @@ WdbIEventBlockDatabase* WdbEventBlockDatabaseFactory::create(int typeId,
             return new WdbSingleBucketEventDatabase(fileManager, typeId);
         case MultipleBucket:
             return new WdbMultipleBucketEventDatabase(fileManager, typeId);
+        case MultipleBtree:
+            return new WdbMultipleBucketBtreeDatabase(fileManager, typeId);
         default:
             return nullptr;
     }

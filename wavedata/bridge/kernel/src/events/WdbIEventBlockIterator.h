@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
+#include <vector>
 
 namespace Korvel {
 
@@ -47,6 +49,31 @@ public:
     /// Moves to a block by its place in the order of times, counted from 0; to the end when there
     /// is none.
     virtual void moveTo(std::size_t index) = 0;
+
+    // What a tree over the blocks knows of them without a look inside. A list knows nothing, and
+    // may hold anything anywhere. These move the iterator.
+
+    /// Number of the blocks that start at or before @p time. Nothing where that is not known.
+    virtual std::optional<std::size_t> countUpTo(long long) { return {}; }
+
+    /// From now on the next two pass over blocks that change none of @p addresses. At first they
+    /// pass over none.
+    virtual void lookFor(const std::vector<long long>&) {}
+
+    /// The last block before block @p index, at most getBlockCount(), that may change a wanted
+    /// address.
+    virtual std::optional<std::size_t> findBefore(std::size_t index) {
+        if (index == 0) return {};
+        moveTo(index - 1);
+        return index - 1;
+    }
+
+    /// The first such block from block @p index on.
+    virtual std::optional<std::size_t> findFrom(std::size_t index) {
+        moveTo(index);
+        if (isEof()) return {};
+        return index;
+    }
 };
 
 }  // namespace Korvel

@@ -5,8 +5,8 @@ namespace Korvel {
 /// Something that can make what it has stored so far findable in its file, so that a killed process
 /// loses no more than its unfinished blocks.
 ///
-/// A checkpoint only rewrites in place what closing would rewrite too: it stores no block early and
-/// changes no byte of the file that is finally left.
+/// A checkpoint stores no unfinished block. It rewrites in place what closing would rewrite too,
+/// and changes nothing that the finished file answers.
 class WdbICheckpoint {
 public:
     virtual ~WdbICheckpoint() = default;

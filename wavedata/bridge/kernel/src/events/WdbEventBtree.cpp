@@ -1,0 +1,258 @@
+#include "events/WdbEventBtree.h"
+
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+#include "container/WdbIHandleCheck.h"
+#include "container/WdbNodeChain.h"
+
+namespace Korvel {
+
+WdbEventBtree::WdbEventBtree(WdbIBlockManager& blocks, WdbIBlockManager& nodes,
+                             long long slotOffset, unsigned int blockCapacity,
+                             long long baseAddress)
+    : m_pBlocks(&blocks),
+      m_slotOffset(slotOffset),
+      m_stateOffset(readHandleSlot(blocks, slotOffset)),
+      m_baseAddress(baseAddress),
+      m_block(m_stateOffset == 0 ? blockCapacity : 0, baseAddress),
+      m_blockCapacity(blockCapacity) {
+    const bool isNew = m_stateOffset == 0;
+    long long rootSlot = 0;
+    if (isNew) {
+        m_stateOffset = blocks.addBlock(reinterpret_cast<const char*>(&m_state), sizeof(m_state));
+        writeHandleSlot(blocks, m_slotOffset, m_stateOffset);
+        rootSlot = m_stateOffset;
+    } else if (mayFollowHandle(blocks, m_stateOffset, sizeof(m_state))) {
+        blocks.getBlock(m_stateOffset, reinterpret_cast<char*>(&m_state), sizeof(m_state));
+        rootSlot = m_stateOffset;
+    } else {
+        m_isCut = true;
+    }
+    m_nodes = std::make_unique<Nodes>(nodes, blocks, rootSlot,
+                                      isNew ? Nodes::Access::Append : Nodes::Access::Read);
+}
+
+void WdbEventBtree::setStartTime(long long time) {
+    m_state.startTime = time;
+    m_state.rootNode = m_nodes->getRootNode();
+    m_pBlocks->putBlock(m_stateOffset, reinterpret_cast<const char*>(&m_state), sizeof(m_state));
+}
+
+void WdbEventBtree::saveEventBlock() {
+    if (m_block.isEmpty()) return;
+    unsigned int compressedSize = 0;
+    const long long offset = m_block.addBlock(*m_pBlocks, compressedSize);
+    appendEventBTreeRecord(offset, compressedSize);
+    m_block.clear();
+}
+
+void WdbEventBtree::filterAndSaveBlock() {
+    if (!m_block.isEmpty()) m_block.filterOutRepeatedValue();
+    saveEventBlock();
+}
+
+void WdbEventBtree::appendEventBTreeRecord(long long offset, unsigned int compressedSize) {
+    WdbEventBTreeRecord record;
+    record.stored.blockOffset = offset;
+    record.stored.compressedSize = compressedSize;
+    record.timeLength = m_block.getTimeLength();
+    record.startTime = m_block.getStartTime();
+    try {
+        m_block.getLargestDiffAndKey(m_baseAddress, record.stored.largestDiff, record.key);
+    } catch (const std::out_of_range&) {
+        // Some of the addresses have no bit. Their changes are found by going through the blocks.
+        m_block.getkeyMap(m_baseAddress, record.key);
+        record.stored.largestDiff = record.timeLength;
+    }
+    // An event without values may have come first, which fixed the start and left no trace.
+    if (!m_nodes->hasRecord() && record.startTime != m_state.startTime)
+        setStartTime(record.startTime);
+    m_nodes->append(record);
+}
+
+void WdbEventBtree::publish() const {
+    if (m_nodes) m_nodes->publish();
+}
+
+int WdbEventBtree::findEventBlock(long long address, long long time, WdbEventBlock& block) const {
+    EventBlockIterator blocks = iterate();
+    if (WdbAddressKey::hasBit(address, m_baseAddress)) {
+        blocks.seek(time, WdbAddressKey({address}, m_baseAddress));
+    } else {
+        blocks.m_walk.toEnd();
+    }
+    blocks.getEventBlock(block);
+    return blocks.isEof() ? 0 : 1;
+}
+
+WdbEventBtree::EventBlockIterator WdbEventBtree::getEventBlockIterator(long long time) const {
+    EventBlockIterator blocks = iterate();
+    blocks.seek(time, {});
+    if (blocks.isEof()) blocks.moveTo(0);
+    return blocks;
+}
+
+// The last change up to the time may lie some blocks before the one that covers the time, if that
+// changes the address only later.
+WdbEventBtree::ValueIterator WdbEventBtree::getValueBlockIterator(long long address,
+                                                                  long long time) const {
+    const WdbAddressKey wanted({address}, m_baseAddress);
+    EventBlockIterator blocks = iterate();
+    const auto eventsFrom = [&](const EventBlockIterator& first) {
+        return EventIterator(first, address, wanted, m_blockCapacity);
+    };
+    for (blocks.seek(time, wanted); !blocks.isEof(); blocks.toPrevious(wanted)) {
+        EventIterator events = eventsFrom(blocks);
+        if (!events.isEof() && events.getTime() <= time)
+            return ValueIterator(address, std::move(events), time);
+    }
+    blocks.moveTo(0);
+    return ValueIterator(address, eventsFrom(blocks), time);
+}
+
+WdbEventBtree::EventBlockIterator WdbEventBtree::iterate() const {
+    publish();
+    return EventBlockIterator(*m_pBlocks, *m_nodes, m_baseAddress, m_state.startTime);
+}
+
+// --- Blocks. ---
+
+WdbEventBtree::EventBlockIterator::EventBlockIterator(const WdbIBlockManager& blocks,
+                                                      const Nodes& nodes, long long baseAddress,
+                                                      long long startTime)
+    : m_pBlocks(&blocks),
+      m_baseAddress(baseAddress),
+      m_startTime(startTime),
+      m_walk(nodes.walk()),
+      m_count(m_walk.size()) {}
+
+WdbEventBtree::EventBlockIterator& WdbEventBtree::EventBlockIterator::operator++() {
+    if (m_isBeforeFirst) {
+        moveTo(0);
+    } else {
+        m_walk.next();
+    }
+    return *this;
+}
+
+WdbEventBtree::EventBlockIterator& WdbEventBtree::EventBlockIterator::operator--() {
+    if (m_isBeforeFirst) return *this;
+    const std::size_t index = getIndex();
+    moveTo(index == 0 ? m_count : index - 1);
+    m_isBeforeFirst = index == 0;
+    return *this;
+}
+
+WdbStoredBlock WdbEventBtree::EventBlockIterator::operator*() const {
+    WdbEventBTreeRecordBlock record;
+    const long long offset = m_walk.record();
+    if (!mayFollowHandle(*m_pBlocks, offset, sizeof(record))) return {};
+    m_pBlocks->getBlock(offset, reinterpret_cast<char*>(&record), sizeof(record));
+    return {record.blockOffset, record.compressedSize};
+}
+
+void WdbEventBtree::EventBlockIterator::getEventBlock(WdbEventBlock& block) const {
+    const WdbStoredBlock stored = **this;
+    block.setBaseAddress(m_baseAddress);
+    block.loadBlock(stored.handle, stored.size, *m_pBlocks);
+}
+
+void WdbEventBtree::EventBlockIterator::seekLast() {
+    moveTo(m_count == 0 ? 0 : m_count - 1);
+}
+
+void WdbEventBtree::EventBlockIterator::moveTo(std::size_t index) {
+    m_isBeforeFirst = false;
+    m_walk.toIndex(index);
+}
+
+std::size_t WdbEventBtree::EventBlockIterator::getIndex() const {
+    return isEof() ? m_count : m_walk.index();
+}
+
+void WdbEventBtree::EventBlockIterator::seek(long long time, const WdbAddressKey& wanted) {
+    m_isBeforeFirst = false;
+    if (time < m_startTime) return m_walk.toEnd();
+    // Times of a damaged tree may lie further apart than a time can tell.
+    constexpr long long Latest = std::numeric_limits<long long>::max();
+    const long long relative = timeBetween(m_startTime, time);
+    m_walk.toCovering(relative < 0 ? Latest : relative, wanted);
+}
+
+// --- Events of one address. ---
+
+WdbEventBtree::EventIterator::EventIterator(EventBlockIterator blocks, long long address,
+                                            const WdbAddressKey& wanted, unsigned int blockCapacity)
+    : m_blocks(std::move(blocks)),
+      m_address(address),
+      m_wanted(wanted),
+      m_block(std::make_unique<WdbEventBlock>(blockCapacity, 0)),
+      m_event(m_block->getIterator()) {
+    load();
+    skipOthers();
+}
+
+WdbEventBtree::EventIterator& WdbEventBtree::EventIterator::operator++() {
+    if (!isEof()) {
+        ++m_event;
+        skipOthers();
+    }
+    return *this;
+}
+
+void WdbEventBtree::EventIterator::load() {
+    m_blocks.getEventBlock(*m_block);
+    m_event = m_block->getIterator();
+}
+
+void WdbEventBtree::EventIterator::skipOthers() {
+    while (!isEof()) {
+        for (; m_event; ++m_event) {
+            if ((*m_event).isWithinRange(m_address)) return;
+        }
+        m_blocks.toNext(m_wanted);
+        load();
+    }
+}
+
+// --- Values of one address. ---
+
+WdbEventBtree::ValueIterator::ValueIterator(long long address, EventIterator events, long long time)
+    : m_address(address), m_next(std::make_unique<EventIterator>(std::move(events))) {
+    while (!m_next->isEof() && m_next->getTime() <= time)
+        take();
+    if (m_isEof) ++*this;
+}
+
+void WdbEventBtree::ValueIterator::operator++() {
+    m_isEof = true;
+    m_time = 0;
+    m_value.clear();
+    if (!m_next || m_next->isEof()) return;
+    const long long time = m_next->getTime();
+    while (!m_next->isEof() && m_next->getTime() == time)
+        take();
+}
+
+void WdbEventBtree::ValueIterator::take() {
+    const WdbEvent event = **m_next;
+    const auto skipped = static_cast<std::size_t>(m_address - event.getStartAddress());
+    m_value.assign(event.getValues(m_address), event.getValuelength() - skipped);
+    m_time = event.getTime();
+    m_isEof = false;
+    ++*m_next;
+}
+
+WdbEventValue WdbEventBtree::ValueIterator::operator*() const {
+    return {reinterpret_cast<const unsigned char*>(m_value.data()),
+            static_cast<unsigned int>(m_value.size())};
+}
+
+long long WdbEventBtree::ValueIterator::getEndTime() const {
+    if (m_isEof) return 0;
+    return m_next->isEof() ? NoEnd : m_next->getTime();
+}
+
+}  // namespace Korvel

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "container/WdbFileBlockManagerWithCache.h"
+#include "container/WdbLockedBlockManager.h"
+#include "events/WdbBucketedEventDatabase.h"
+#include "events/WdbEventBtree.h"
+#include "events/WdbMultipleBucketBtreeEventSource.h"
+
+namespace Korvel {
+
+/// One event B-tree for each bucket (type 1002): the block that holds the value of an address at a
+/// time is found without reading those before it.
+///
+/// Unlike the list databases it shows a reader saved blocks only, and saves the current ones when
+/// it is destroyed. A section that has trees is only read.
+class WdbMultipleBucketBtreeDatabase : public WdbBucketedEventDatabase {
+public:
+    class Iterator;
+
+    WdbMultipleBucketBtreeDatabase(WdbFileManager& fileManager, int typeId);
+    ~WdbMultipleBucketBtreeDatabase() override;
+
+    /// Also throws Veld::OpenException where a section with trees is to be written to.
+    void initialize(long long headerOffset, bool writable) override;
+
+    /// Does nothing: blocks are saved when they are full and when the database is destroyed.
+    void flush() override {}
+
+    /// Does nothing: full blocks drop superseded writes in any case.
+    void setFilterRepeatedValue(bool) override {}
+
+    /// Never null.
+    WdbIEventSource* getIEventDataSource() override { return &m_eventSource; }
+
+    void checkpoint() override;
+
+    /// A negative address and one beyond the last belong to the last bucket. The address right
+    /// behind the last one still counts as in range, also where its bucket does not exist.
+    bool addressHash(long long address, unsigned int& bucket, long long& firstAddress,
+                     long long& lastAddress) const override;
+
+    // The next three throw std::out_of_range where there is no such bucket.
+
+    /// Makes the tree of a bucket that has none.
+    void createEventBtree(int bucket);
+
+    /// The tree of a bucket; null when the bucket never received an event. Makes nothing.
+    WdbEventBtree* loadEventBtree(int bucket) const;
+
+    /// loadEventBtree() for the bucket of an address.
+    WdbEventBtree* loadTreeOf(long long address) const;
+
+    void saveEvent(WdbEventBtree* tree, long long time, long long address, unsigned int valueLength,
+                   const unsigned char* value);
+
+    /// Loads the block that WdbEventBtree::findEventBlock() finds; empty when it finds none. A
+    /// block stays as it is where the bucket has no tree.
+    /// @return always 0: callers look at the block.
+    int findEventBlock(long long address, long long time, WdbEventBlock& block) const;
+
+private:
+    WdbEventBlock& openBlock(unsigned int bucket, long long time) override;
+    void saveInBucket(unsigned int bucket, long long time, long long address,
+                      unsigned int valueLength, const unsigned char* value) override;
+    IteratorPtr makeIterator(unsigned int bucket) const override;
+    std::unique_ptr<WdbEventBtree> openTree(unsigned int bucket) const;
+    bool hasTree(unsigned int bucket) const;
+    void raiseLatestTime(const WdbEventBtree& tree);
+
+    WdbFileManager* m_pFileManager;
+    std::unique_ptr<WdbFileBlockManagerWithCache> m_cachedNodes;  // null before initialize
+    std::unique_ptr<WdbLockedBlockManager> m_nodes;               // the same for several threads
+    mutable std::vector<std::unique_ptr<WdbEventBtree>> m_trees;  // a bucket; null: not open
+    WdbMultipleBucketBtreeEventSource m_eventSource;
+};
+
+/// Goes through the blocks of one tree.
+class WdbMultipleBucketBtreeDatabase::Iterator : public WdbIEventBlockIterator {
+public:
+    /// @param blocks       Stands at the first block.
+    /// @param store        Holds the blocks.
+    /// @param baseAddress  What the addresses of the blocks count from.
+    Iterator(WdbEventBtree::EventBlockIterator blocks, const WdbIBlockManager& store,
+             long long baseAddress, bool isCut);
+
+    bool isEof() const override { return m_blocks.isEof(); }
+    operator bool() const override { return static_cast<bool>(m_blocks); }
+    Iterator& operator++() override;
+    void getEventBlock(WdbEventBlock& block) const override { m_blocks.getEventBlock(block); }
+
+    WdbStoredBlock getStoredBlock() const override { return *m_blocks; }
+    void loadStoredBlock(const WdbStoredBlock& stored, WdbEventBlock& block) const override;
+    bool peekStoredBlock(const WdbStoredBlock& stored, WdbEventBlockHeader& header) const override;
+    std::size_t getBlockCount() const override { return m_blocks.getBlockCount(); }
+    bool isCut() const override { return m_isCut || m_blocks.hasMetDamage(); }
+    void moveTo(std::size_t index) override { m_blocks.moveTo(index); }
+
+    std::optional<std::size_t> countUpTo(long long time) override;
+    void lookFor(const std::vector<long long>& addresses) override;
+    std::optional<std::size_t> findBefore(std::size_t index) override;
+    std::optional<std::size_t> findFrom(std::size_t index) override;
+
+private:
+    std::optional<std::size_t> foundIndex() const;
+
+    WdbEventBtree::EventBlockIterator m_blocks;
+    const WdbIBlockManager* m_pStore;
+    long long m_baseAddress;
+    bool m_isCut;
+    WdbAddressKey m_wanted;
+};
+
+}  // namespace Korvel
