@@ -124,7 +124,7 @@ public:
                       static_cast<double>(std::max<std::size_t>(getBlockCount(), 1))),
           m_block(m_blockSize, 0),
           m_pIsDamaged(&isDamaged) {
-        if (m_blocks->isCut()) *m_pIsDamaged = true;
+        noteGaps();
     }
 
     void moveTo(long long time);
@@ -134,12 +134,15 @@ public:
     std::size_t getBlocksUpToTime() const { return m_upTo; }
     std::size_t getBlockCount() const { return m_blocks->getBlockCount(); }
 
-    Changes changesIn(std::size_t begin, std::size_t end, Workers& workers) const;
+    Changes takeChangesFrom(std::size_t& next, std::size_t most, Workers& workers) const;
 
 private:
-    std::vector<WdbStoredBlock> storedBlocks(std::size_t begin, std::size_t end) const;
+    std::vector<WdbStoredBlock> blocksBefore(std::size_t& end, std::size_t most,
+                                             const WdbByteStates& states) const;
+    std::vector<WdbStoredBlock> blocksFrom(std::size_t& next, std::size_t most) const;
     bool load(std::size_t index);
     void loadStored(const WdbStoredBlock& stored, WdbEventBlock& block) const;
+    void noteGaps() const;
     std::optional<long long> claimedStart(std::size_t index) const;
     std::size_t firstLaterBlock(std::size_t begin, std::size_t end) const;
     std::size_t countMissing(const WdbByteStates& states) const {
@@ -159,6 +162,7 @@ private:
     WdbEventBlock m_block;            // the one loaded last; in the end the last up to the time
     std::atomic<bool>* m_pIsDamaged;  // of the search
     std::optional<std::size_t> m_loaded;
+    bool m_isTree = false;
     bool m_isReadWhole = false;  // all those up to the time were looked at for values
 };
 
@@ -166,9 +170,15 @@ private:
 //
 // A first time that was only peeked at is a claim. So the blocks on both sides of the place where
 // the bisection ended are unpacked, which proves them; those that cannot be are passed over. Where
-// that shows the claims to have misled the bisection, it is repeated with what was proved.
+// that shows the claims to have misled the bisection, it is repeated with what was proved. A tree
+// knows the times of its blocks without.
 void WdbBlockSearch::Bucket::moveTo(long long time) {
     m_time = time;
+    if (const std::optional<std::size_t> known = m_blocks->countUpTo(time)) {
+        m_upTo = *known;
+        m_isTree = true;
+        return;
+    }
     std::size_t low = 0;  // the block before this one starts at or before the time, if there is one
     std::size_t high = getBlockCount();  // this one later
     for (;;) {
@@ -192,34 +202,37 @@ void WdbBlockSearch::Bucket::moveTo(long long time) {
 // The values at the time, for those bytes that are not known yet.
 void WdbBlockSearch::Bucket::takeValues(WdbByteStates& states, Workers& workers) {
     if (m_upTo == 0 || m_isReadWhole) return;
-    takeLastWrites(m_block, states);
     ReadAhead ahead;
-    std::size_t end = m_upTo - 1;
+    std::size_t end = m_upTo;
+    if (m_loaded == end - 1) {
+        takeLastWrites(m_block, states);
+        --end;
+        ahead.next(1);
+    }
     while (end > 0 && countMissing(states) > 0) {
-        const std::size_t begin = end - ahead.next(end);
-        const std::vector<WdbStoredBlock> stored = storedBlocks(begin, end);
+        const std::vector<WdbStoredBlock> stored = blocksBefore(end, ahead.next(end), states);
         std::vector<WdbByteStates> found(workers.slicesOf(stored.size()), states);
         workers.run(stored.size(), [&](std::size_t slice, std::size_t first, std::size_t last) {
             WdbEventBlock block(m_blockSize, 0);
-            while (last-- > first && countMissing(found[slice]) > 0) {
-                loadStored(stored[last], block);
+            for (; first < last && countMissing(found[slice]) > 0; ++first) {
+                loadStored(stored[first], block);
                 takeLastWrites(block, found[slice]);
             }
         });
-        // Later blocks win.
-        for (auto slice = found.rbegin(); slice != found.rend(); ++slice) {
+        // The first slice has the latest blocks, which win.
+        for (const WdbByteStates& slice : found) {
             for (std::size_t i = m_first; i < m_last; ++i)
-                if (!states[i].isKnown) states[i] = (*slice)[i];
+                if (!states[i].isKnown) states[i] = slice[i];
         }
-        end = begin;
     }
-    m_isReadWhole = end == 0;
+    m_isReadWhole = end == 0 && !m_isTree;  // a tree passes over blocks
 }
 
-// What the blocks from @p begin up to @p end change after the time.
-Changes WdbBlockSearch::Bucket::changesIn(std::size_t begin, std::size_t end,
-                                          Workers& workers) const {
-    const std::vector<WdbStoredBlock> stored = storedBlocks(begin, end);
+// What the next blocks change after the time, at most so many of those that may change anything.
+// @p next moves behind them; to the number of all blocks where no more may.
+Changes WdbBlockSearch::Bucket::takeChangesFrom(std::size_t& next, std::size_t most,
+                                                Workers& workers) const {
+    const std::vector<WdbStoredBlock> stored = blocksFrom(next, most);
     std::vector<Changes> found(workers.slicesOf(stored.size()));
     workers.run(stored.size(), [&](std::size_t slice, std::size_t first, std::size_t last) {
         WdbEventBlock block(m_blockSize, 0);
@@ -237,15 +250,41 @@ Changes WdbBlockSearch::Bucket::changesIn(std::size_t begin, std::size_t end,
     return all;
 }
 
-std::vector<WdbStoredBlock> WdbBlockSearch::Bucket::storedBlocks(std::size_t begin,
-                                                                 std::size_t end) const {
+// Up to so many blocks before @p end that may hold what is missing, the last one first. @p end
+// moves before them; to 0 where there are no more.
+std::vector<WdbStoredBlock> WdbBlockSearch::Bucket::blocksBefore(
+    std::size_t& end, std::size_t most, const WdbByteStates& states) const {
+    m_blocks->lookFor(m_pWanted->missingAddresses(states, m_first, m_last));
     std::vector<WdbStoredBlock> stored;
-    stored.reserve(end - begin);
-    for (std::size_t index = begin; index < end; ++index) {
-        m_blocks->moveTo(index);
+    while (stored.size() < most) {
+        const std::optional<std::size_t> index = m_blocks->findBefore(end);
+        end = index.value_or(0);
+        if (!index) break;
         stored.push_back(m_blocks->getStoredBlock());
     }
+    noteGaps();
     return stored;
+}
+
+// Up to so many blocks from @p next on that may hold something wanted. @p next moves behind them.
+std::vector<WdbStoredBlock> WdbBlockSearch::Bucket::blocksFrom(std::size_t& next,
+                                                               std::size_t most) const {
+    const std::vector<long long>& all = m_pWanted->addresses();
+    m_blocks->lookFor({all.begin() + static_cast<std::ptrdiff_t>(m_first),
+                       all.begin() + static_cast<std::ptrdiff_t>(m_last)});
+    std::vector<WdbStoredBlock> stored;
+    while (stored.size() < most) {
+        const std::optional<std::size_t> index = m_blocks->findFrom(next);
+        next = index ? *index + 1 : getBlockCount();
+        if (!index) break;
+        stored.push_back(m_blocks->getStoredBlock());
+    }
+    noteGaps();
+    return stored;
+}
+
+void WdbBlockSearch::Bucket::noteGaps() const {
+    if (m_blocks->isCut()) *m_pIsDamaged = true;
 }
 
 // False for a block without events, which is what a damaged one is.
@@ -358,9 +397,8 @@ public:
     Change takeChange() { return m_changes[m_current++]; }
 
     void readOn(Workers& workers) {
-        const std::size_t begin = m_nextBlock;
-        m_nextBlock += m_ahead.next(m_pBucket->getBlockCount() - begin);
-        Changes changes = m_pBucket->changesIn(begin, m_nextBlock, workers);
+        const std::size_t most = m_ahead.next(m_pBucket->getBlockCount() - m_nextBlock);
+        Changes changes = m_pBucket->takeChangesFrom(m_nextBlock, most, workers);
         m_changes = std::move(changes.list);
         m_current = 0;
         m_reached = std::max(m_reached, changes.latestTime.value_or(m_reached));

@@ -18,7 +18,8 @@ struct WdbByteState;
 /// The blocks of a bucket lie in time order and begin with their first time, which can be read
 /// without unpacking them. So the block that a question is about is found by bisection, and it
 /// usually holds the answer. Otherwise the search goes on block by block; once that takes more than
-/// a few, many at a time are unpacked in parallel.
+/// a few, many at a time are unpacked in parallel. Where a tree lies over the blocks, it tells
+/// which block covers the time and which ones hold nothing that is asked for.
 ///
 /// A damaged block counts as one without events, also where it lies about its first time.
 ///

@@ -70,6 +70,14 @@ std::size_t WdbWantedBytes::countMissing(const WdbByteStates& states, std::size_
     return missing;
 }
 
+std::vector<long long> WdbWantedBytes::missingAddresses(const WdbByteStates& states,
+                                                        std::size_t first, std::size_t last) const {
+    std::vector<long long> missing;
+    for (std::size_t i = first; i < last; ++i)
+        if (m_isNeeded[i] && !states[i].isKnown) missing.push_back(m_addresses[i]);
+    return missing;
+}
+
 bool WdbWantedBytes::needPairs(const WdbByteStates& states) {
     bool isNew = false;
     for (const Place& place : m_places) {

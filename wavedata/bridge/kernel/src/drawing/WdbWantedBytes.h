@@ -51,6 +51,10 @@ public:
     std::size_t countMissing(const WdbByteStates& states, std::size_t first,
                              std::size_t last) const;
 
+    /// Their addresses.
+    std::vector<long long> missingAddresses(const WdbByteStates& states, std::size_t first,
+                                            std::size_t last) const;
+
     bool isNeeded(std::size_t index) const { return m_isNeeded[index]; }
 
     /// To be called when the search for the bytes that are shown is over: where a bit got no value
