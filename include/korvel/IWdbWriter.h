@@ -22,6 +22,14 @@ public:
     /// Only the live writer looks at the mode: it accepts LiveMode and ends the process otherwise.
     enum WriterMode : int { DefaultMode = 0, LiveMode = 1, LegacyMode = 2 };
 
+    /// How a recording on disk keeps its events. Readers answer alike for all of them.
+    enum DatabaseType : int {
+        SingleBucket = 1000,         ///< one list of blocks; for a few addresses
+        MultipleBucket = 1001,       ///< one list of blocks a bucket of addresses
+        MultipleBucketBtree = 1002,  ///< one tree over the blocks a bucket, so that the value at a
+                                     ///< time is found without reading the blocks before it
+    };
+
     /// Records @p size value bytes from @p value at the address of @p storage.
     /// @p storage points into the kernel's data space; the base offset is subtracted from it.
     using TraceVhdlFunc = void (*)(long long time, unsigned int ignored, unsigned int size,
@@ -102,6 +110,10 @@ public:
     /// Whether a full block drops writes that a later write of the same time, address and length
     /// supersedes. On unless cleared.
     virtual void setFilterRepeatedValue(bool filter) = 0;
+
+    /// A DatabaseType, MultipleBucket unless set. Read by open() of the writer of a recording on
+    /// disk, which refuses other numbers, and the tree with another bucket division than 2048.
+    virtual void setDatabaseType(int type) = 0;
 };
 
 }  // namespace Korvel

@@ -51,6 +51,7 @@ public:
     void setAddressSize(long long) override {}
     void setBucketDivision(unsigned int) override {}
     void setFilterRepeatedValue(bool) override {}
+    void setDatabaseType(int) override {}
 
 private:
     static void traceVhdl(long long time, unsigned int, unsigned int size, unsigned char* storage,

@@ -62,17 +62,26 @@ void WdbStandAloneWriter::checkSettings() const {
         throwOpenException(ClassFile, __LINE__,
                            "The address size is too large for the bucket division.");
     }
+    if (m_databaseType < SingleBucket || m_databaseType > MultipleBucketBtree) {
+        throwOpenException(ClassFile, __LINE__, "There is no such type of event database.");
+    }
+    // Its buckets' bases are multiples of 2048, whatever the division: other addresses would be
+    // recorded as others.
+    if (m_databaseType == MultipleBucketBtree &&
+        m_bucketDivision != WdbEventDatabaseHeader::AddressesPerBucket) {
+        throwOpenException(ClassFile, __LINE__, "An event B-tree needs a bucket division of 2048.");
+    }
 }
 
 void WdbStandAloneWriter::openSections(const std::string& designPath) {
-    m_eventDatabase.reset(WdbEventBlockDatabaseFactory::getInstance().create(
-        WdbEventBlockDatabaseFactory::MultipleBucket, m_fileManager));
+    m_eventDatabase.reset(
+        WdbEventBlockDatabaseFactory::getInstance().create(m_databaseType, m_fileManager));
     m_eventDatabase->setFilterRepeatedValue(m_filterRepeatedValue);
     m_fileManager.create(m_fileName);
     embedCompilerFiles(designPath);
     const long long header = WdbIEventBlockDatabase::createEventSection(
-        WdbEventBlockDatabaseFactory::MultipleBucket, bucketCount(),
-        static_cast<unsigned long>(m_addressSize), m_bucketDivision, m_fileManager);
+        m_databaseType, bucketCount(), static_cast<unsigned long>(m_addressSize), m_bucketDivision,
+        m_fileManager);
     m_eventDatabase->initialize(header, /*writable=*/true);
     m_stringMap = std::make_unique<WdbStringMapDatabase>(m_fileManager, StringMapTypeId);
     const long long stringMap = m_stringMap->createStringMapSection(StringMapTypeId, m_fileManager,
@@ -96,6 +105,7 @@ void WdbStandAloneWriter::embedCompilerFiles(const std::string& designPath) {
 }
 
 unsigned int WdbStandAloneWriter::bucketCount() const {
+    if (m_databaseType == SingleBucket) return 1;
     const long long division = m_bucketDivision;
     return static_cast<unsigned int>(m_addressSize / division + (m_addressSize % division != 0));
 }

@@ -41,6 +41,7 @@ public:
     void setAddressSize(long long size) override { m_addressSize = size; }
     void setBucketDivision(unsigned int division) override { m_bucketDivision = division; }
     void setFilterRepeatedValue(bool filter) override;
+    void setDatabaseType(int type) override { m_databaseType = type; }
 
     void createDataBase(const std::string&) {}
 
@@ -84,6 +85,7 @@ private:
     long long m_addressSize = 0;
     long long m_baseOffset = 0;
     unsigned int m_bucketDivision = WdbEventDatabaseHeader::AddressesPerBucket;
+    int m_databaseType = MultipleBucket;
     WdbVlogMerge m_merge;
     bool m_filterRepeatedValue = true;
 
