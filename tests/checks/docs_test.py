@@ -63,8 +63,8 @@ class Pages(unittest.TestCase):
         run(program, OPTIONS.library, recording, cwd=self.folder)
         return recording
 
-    def record_large(self):
-        """Many blocks, a second list node, values across bucket ends, texts, two empty buckets."""
+    def record_large(self, database="buckets"):
+        """Many blocks, a second node or leaf, values across bucket ends, texts, two empty buckets."""
         wide = 8192  # bits: 2048 bytes of word pairs
         lines = ["$timescale 10 ps $end", "$scope module top $end", "$var wire 1 ! clk $end",
                  f"$var wire {wide} # wide [{wide - 1}:0] $end", "$var string 1 % text $end",
@@ -75,7 +75,7 @@ class Pages(unittest.TestCase):
                 lines += [f"b{time * 2654435761 ** 40:b}"[:wide] + " #", f"stext_{time} %"]
         dump, recording = self.folder / "large.vcd", self.folder / "large.wdb"
         dump.write_text("\n".join(lines) + "\n")
-        run(OPTIONS.wdb, "import", dump, recording)
+        run(OPTIONS.wdb, "import", "--database", database, dump, recording)
         return recording
 
     def reader(self):
@@ -113,10 +113,16 @@ class Pages(unittest.TestCase):
         printed = "".join(f"string {number} {text.decode()}\n" for number, text in small.strings())
         printed += "".join(f"event {b} {t} {a} {v.hex()}\n" for b, t, a, v in small.events())
         self.assertEqual(printed, block_of(FORMAT, "text"))
-        path = self.record_large()
-        large = self.reader()(path.read_bytes())
-        self.assertTrue([*large.events()] == dump_of(path), "other events")
-        info = json.loads(run(OPTIONS.wdb, "info", "--json", path))
+        by_type = {}
+        for database, kind in (("single", 1000), ("btree", 1002), ("buckets", 1001)):
+            path = self.record_large(database)
+            large = self.reader()(path.read_bytes())
+            by_type[kind] = sorted(event[1:] for event in large.events())
+            self.assertTrue([*large.events()] == dump_of(path), "other events")
+            info = json.loads(run(OPTIONS.wdb, "info", "--json", path))
+            self.assertEqual(info["events"]["type"], kind)
+            self.assertEqual(info["events"].get("treeDepth"), 2 if database == "btree" else None)
+        self.assertTrue(by_type[1002] == by_type[1001], "other events in the tree")
         self.assertGreater(info["events"]["blocks"], 110)
         self.assertGreater(info["events"]["bucketsUsed"], 1)
         strings = [(1 + i, f"text_{900 * i}".encode()) for i in range(info["strings"]["count"])]

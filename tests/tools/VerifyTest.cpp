@@ -2,6 +2,7 @@
 
 #include "description/DesignDescriptionWriter.h"
 #include "events/WdbEventBlockDatabaseFactory.h"
+#include "tests/support/EventFile.h"
 #include "tests/support/RecordingFile.h"
 
 #include <fmt/format.h>
@@ -43,9 +44,17 @@ struct Entry {
     std::size_t imageSize;
 };
 
+// The bytes of a recording.
+struct Stored {
+    std::size_t at(std::size_t offset) const { return fieldAt<std::size_t>(bytes, offset); }
+    void put(std::size_t to, const std::string& field) { bytes.replace(to, field.size(), field); }
+
+    std::string bytes;
+};
+
 // A recording with one object and strings in two blocks; buckets 0 and 2 have one block each,
 // bucket 1 one for every four long events. Where things lie in it, by the layout alone.
-struct Sample {
+struct Sample : Stored {
     explicit Sample(int longEvents = 12) {
         DesignDescriptionWriter design;
         ObjectDefinition object;
@@ -64,7 +73,6 @@ struct Sample {
         bytes = file.bytes();
     }
 
-    std::size_t at(std::size_t offset) const { return fieldAt<std::size_t>(bytes, offset); }
     std::size_t item(std::size_t index) const { return at(64 + 8 + 8 * index); }
     std::size_t section(std::size_t index) const { return at(item(index) + 32); }
     std::size_t slot(std::size_t bucket) const { return at(section(1) + 32) + 8 * bucket; }
@@ -87,9 +95,6 @@ struct Sample {
     std::string blockPlace(const Entry& entry) const {
         return fmt::format("{}, block at {}", entry.place, at(entry.handleAt));
     }
-    void put(std::size_t to, const std::string& field) { bytes.replace(to, field.size(), field); }
-
-    std::string bytes;
 };
 
 // Bytes that are put somewhere, and the finding that must name that place.
@@ -99,9 +104,9 @@ struct Damage {
     std::string finding;  // "@" stands for the offset
 };
 
-void expectFindings(const Sample& good, bool isError, const std::vector<Damage>& damages) {
+void expectFindings(const Stored& good, bool isError, const std::vector<Damage>& damages) {
     for (Damage damage : damages) {
-        Sample file = good;
+        Stored file = good;
         file.put(damage.offset, damage.bytes);
         const std::size_t mark = damage.finding.find('@');
         if (mark != std::string::npos)
@@ -137,7 +142,7 @@ TEST(Verify, namesTheDamagedPlace) {
          {f.item(0) + 20, "x", item + "the section's name is followed"},
          {f.item(0) + 28, fieldOf(1), item + "version 4294967297 has more than 32 bits"},
          {f.item(0) + 40, fieldOf(1LL << 50), "Pellon DBG, offset 200: 1125899906842624 bytes"},
-         {events + 8, fieldOf(1002), "WDB.Event, offset @: type 1002 is not known"},
+         {events + 8, fieldOf(1003), "WDB.Event, offset @: type 1003 is not known"},
          {events + 8, fieldOf(WdbEventBlockDatabaseFactory::SingleBucket), "WDB.Event, bucket 1, "},
          {events + 12, fieldOf(2), "WDB.Event, offset @: 2 buckets instead of the 3 that 5000"},
          {events + 16, fieldOf(0LL), "WDB.Event, offset @: 0 addresses a bucket"},
@@ -258,6 +263,113 @@ TEST(Verify, acceptsAKilledRecording) {
     file.writer().checkpoint();
     EXPECT_THAT(verify(file.bytes()), IsEmpty());
     EXPECT_THAT(verify(Sample(/*longEvents=*/506).bytes), IsEmpty());  // a list of two nodes
+}
+
+constexpr std::size_t Times = 800;  // in a node
+constexpr std::size_t Gap = 1600;
+constexpr std::size_t Keys = 1608;
+constexpr std::size_t Count = 27208;
+constexpr std::size_t IsLeaf = 27212;
+
+// Fills a block of bucket 1's tree, whose events are 3 apart.
+void writeBlock(EventFile& file, int number) {
+    for (int i = 5 * number; i < 5 * number + 5; ++i)
+        file.write(10 + 3 * i, 2048 + i % 7, std::string(2000, 'v'));
+    file.database->setLatestTime(10 + 3 * (5 * number + 4));
+}
+
+// A closed recording with a small tree in bucket 0, and one in bucket 1 whose leaves have 100
+// entries and 3. Where things lie in it, by the layout alone.
+struct TreeSample : Stored {
+    TreeSample() {
+        EventFile file(WdbEventBlockDatabaseFactory::MultipleBtree, Addresses);
+        file.write(1, 8, "ab");
+        for (int i = 0; i < 103; ++i)
+            writeBlock(file, i);
+        file.close();
+        bytes = readFile(file.path);
+    }
+
+    static std::string place(std::size_t node, int entry = -1) {
+        const std::string text = fmt::format("WDB.Event, bucket 1, node at {}", node);
+        return entry < 0 ? text + ": " : fmt::format("{}, entry {}", text, entry);
+    }
+
+    static constexpr std::size_t Header = EventFile::Table + 3 * 8;
+    std::size_t state() const { return at(EventFile::Table + 8); }
+};
+
+TEST(Verify, namesTheDamagedPlaceOfATree) {
+    const TreeSample f;
+    ASSERT_THAT(verify(f.bytes), IsEmpty());
+    const std::size_t root = f.at(f.state());
+    const std::size_t full = f.at(root);
+    const std::size_t last = f.at(root + 8);
+    const std::size_t record = f.at(full + 8 * 4);
+    const std::string atRecord = f.place(full, 4);
+    expectFindings(
+        f, /*isError=*/true,
+        {{f.Header + 16, fieldOf(1024LL), "WDB.Event, offset @: 1024 addresses a bucket instead"},
+         {f.state() + 8, fieldOf(9LL), f.place(full, 0)},
+         {f.state() + 271, "x", "WDB.Event, bucket 1, offset " + std::to_string(f.state())},
+         {root, fieldOf(last) + fieldOf(full),
+          f.place(full) + "does not lie behind the node before it"},
+         {root + 8, fieldOf(full), f.place(full) + "some of the 27216 bytes"},
+         {root + Times, fieldOf(1LL), f.place(root, 0) + ": covers 1 of time, its child 1500"},
+         {root + Times + 8, fieldOf(9999LL), f.place(root, 1) + ": covers 8499 of time, its"},
+         {root + Gap, fieldOf(1LL << 32), f.place(root) + "a largest gap of 4294967296"},
+         {root + Keys, "?", f.place(root, 0) + ": the key is not that of the child"},
+         {root + Keys + 511, "?", f.place(root, 1) + ": the key is not that of the child"},
+         {root + Keys + 512, "?", f.place(root) + "unused entry 2 is not zero"},
+         {root + Count, fieldOf(101), f.place(root) + "101 entries are more than"},
+         {root + Count, fieldOf(0), f.place(root) + "a node without entries"},
+         {full + Count, fieldOf(99), f.place(full) + "a node with 99 of 100 entries is not the"},
+         {full + IsLeaf, fieldOf(2), f.place(full) + "a leaf flag of 2"},
+         {full + Times + 32, fieldOf(70LL), atRecord + ": covers 10 of time instead of 15"},
+         {full + Gap, fieldOf(-1LL), f.place(full) + "a largest gap of -1 instead of"},
+         {full + Keys, "?", f.place(full, 0)},
+         {last + 8 * 3, fieldOf(-1LL), f.place(last) + "unused entry 3 is not zero"},
+         {last + Times + 16, fieldOf(35LL), f.place(last, 2)},
+         {last + Count, fieldOf(2), f.place(root, 1) + ": covers 42 of time, its child 30"},
+         {last + IsLeaf, fieldOf(0), f.place(last) + "an inner node at level 2 of a tree whose"},
+         {record, f.bytes.substr(f.at(full + 8 * 6), 12), f.place(full, 5) + ", offset "},
+         {record + 12, fieldOf(7), atRecord + ", offset "},
+         {record + 16, fieldOf(7LL), atRecord}});
+    // What a kill leaves on the right edge.
+    expectFindings(
+        f, /*isError=*/false,
+        {{f.state(), fieldOf(0LL), "file, offset "},
+         {root + Times + 8, fieldOf(1501LL), f.place(root, 1) + ": was written before its child"},
+         {root + Gap, fieldOf(0LL), f.place(root) + "the largest gap was written before"},
+         {root + Keys + 256, std::string(1, '\0'), f.place(root, 1) + ": was written before"},
+         {root + Count, fieldOf(1), f.place(root) + "1 entries behind the 1"},
+         {last + Times + 16, fieldOf(900LL), f.place(last, 2)}});
+}
+
+// A tree is published at odd moments, and every write to one of its nodes is cut short at every
+// page. With two leaves the root lies behind them and is written after them.
+TEST(Verify, acceptsAKilledTree) {
+    constexpr std::size_t Page = 4096;
+    EventFile file(WdbEventBlockDatabaseFactory::MultipleBtree, Addresses);
+    std::string before = readFile(file.path);
+    std::size_t cuts = 0;
+    for (int i = 0; i < 133; ++i) {
+        writeBlock(file, i);
+        const bool isNearGrowth = i % 100 < 3;
+        if (i % 30 == 29 || isNearGrowth) file.database->getAllEventBlockDatabaseIterator();
+        const std::string now = readFile(file.path);
+        EXPECT_TRUE(!isNearGrowth || !Value(verify(now), HasError)) << i;
+        const bool isSameShape = now.size() < before.size() + Count;
+        for (std::size_t cut = Page; isSameShape && cut < before.size(); cut += Page) {
+            if (now.compare(cut, before.size() - cut, before, cut) == 0) break;
+            if (now.compare(0, cut, before, 0, cut) == 0) continue;
+            const std::string torn = now.substr(0, cut) + before.substr(cut);
+            EXPECT_THAT(verify(torn + now.substr(before.size())), Not(HasError)) << i << ' ' << cut;
+            ++cuts;
+        }
+        before = now;
+    }
+    EXPECT_GE(cuts, 50U);
 }
 
 // The last bucket takes, whole, what no other has; that is worth a word, but is no damage.

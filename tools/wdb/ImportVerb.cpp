@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -20,9 +21,14 @@ namespace Korvel {
 
 namespace {
 
+const std::map<std::string, int> DatabaseTypes = {{"btree", IWdbWriter::MultipleBucketBtree},
+                                                  {"buckets", IWdbWriter::MultipleBucket},
+                                                  {"single", IWdbWriter::SingleBucket}};
+
 struct ImportOptions {
     std::string input;
     std::string output;
+    std::string database;  // empty: the writer's own choice
     bool isQuiet = false;
     bool isJson = false;
 };
@@ -55,6 +61,7 @@ void runImport(const ImportOptions& options) {
     }
     const bool wasInterrupted = Interrupt::acknowledge();
     auto* writer = static_cast<IWdbWriter*>(korvelApi_getStandAloneWdbWriter());
+    if (!options.database.empty()) writer->setDatabaseType(DatabaseTypes.at(options.database));
     ImportResult result;
     {
         ProgressBar bar("import");
@@ -81,12 +88,19 @@ void addImportVerb(CLI::App& tool) {
     verb->add_option("IN.vcd", options->input, "The dump; - reads standard input")->required();
     verb->add_option("OUT.wdb", options->output, "The recording, replaced if it exists")
         ->required();
+    verb->add_option("--database", options->database, "How the recording keeps its events")
+        ->check(CLI::IsMember(DatabaseTypes));
     verb->add_flag("-q,--quiet", options->isQuiet, "Say nothing but errors");
     verb->add_flag("--json", options->isJson, "Print the summary as JSON");
     verb->footer(
         "A dump that is damaged, or was cut off, is recorded up to there: the line is named on\n"
         "standard error, and the exit status is 1. Ctrl-C ends the recording likewise, status "
-        "130.");
+        "130.\n\n"
+        "Databases; all answer alike:\n"
+        "  buckets  one list of blocks for every 2048 addresses, as simulators record: for any "
+        "use\n"
+        "  btree    a tree over such blocks: long recordings that are asked for values at a time\n"
+        "  single   one list for all addresses: a few signals, read from beginning to end");
     verb->callback([options] { runImport(*options); });
 }
 

@@ -28,6 +28,8 @@ struct InfoOptions {
 struct Counts {
     std::uint64_t blocks = 0;
     std::uint64_t storedBytes = 0;
+    std::uint64_t nodes = 0;
+    std::size_t treeDepth = 0;  // of the deepest
     // Known only once all blocks were unpacked.
     std::uint64_t events = 0;
     std::uint64_t unpackedBytes = 0;
@@ -102,6 +104,8 @@ Json InfoReport::events() {
     json["bucketsUsed"] = events.buckets.size();
     json["blocks"] = counts.blocks;
     json["storedBytes"] = counts.storedBytes;
+    json["nodes"] = counts.nodes;
+    if (events.hasTrees()) json["treeDepth"] = counts.treeDepth;
     if (!m_options.isFull) return json;
     json["events"] = counts.events;
     json["unpackedBytes"] = counts.unpackedBytes;
@@ -134,6 +138,8 @@ Counts InfoReport::count(const StoredEvents& events) {
             counts.lastTime = std::max(counts.lastTime.value_or(last), last);
             bar.update(static_cast<double>(counts.storedBytes) / size);
         }
+        counts.nodes += blocks.nodeCount();
+        counts.treeDepth = std::max(counts.treeDepth, blocks.treeDepth());
     }
     return counts;
 }
@@ -181,6 +187,10 @@ void printEvents(const Json& events, bool isFull) {
     printLine("blocks",
               fmt::format("{} in {} used buckets, {} bytes stored", toText(events["blocks"]),
                           toText(events["bucketsUsed"]), toText(events["storedBytes"])));
+    if (events.contains("treeDepth")) {
+        printLine("trees", fmt::format("{} nodes, up to {} levels", toText(events["nodes"]),
+                                       toText(events["treeDepth"])));
+    }
     if (!isFull) return;
     printLine("events", fmt::format("{}, {} bytes unpacked", toText(events["events"]),
                                     toText(events["unpackedBytes"])));

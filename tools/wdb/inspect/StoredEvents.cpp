@@ -90,6 +90,11 @@ bool EventSectionReader::judgeSizes() {
                            perBucket);
         return false;
     }
+    if (m_events.hasTrees() && perBucket != WdbEventBlock::KeyAddresses) {
+        m_inspection.error(at(offsetof(Header, addressesPerBucket)),
+                           "{} addresses a bucket instead of the {} of a tree", perBucket,
+                           WdbEventBlock::KeyAddresses);
+    }
     if (m_header.numberOfAddresses > MostAddresses) {
         m_inspection.error(at(offsetof(Header, numberOfAddresses)), "{} addresses",
                            m_header.numberOfAddresses);
@@ -139,7 +144,12 @@ bool StoredEvents::hasOneBucket() const {
     return header.databaseTypeId == WdbEventBlockDatabaseFactory::SingleBucket;
 }
 
+bool StoredEvents::hasTrees() const {
+    return header.databaseTypeId == WdbEventBlockDatabaseFactory::MultipleBtree;
+}
+
 std::int64_t StoredEvents::baseOf(unsigned int bucket) const {
+    if (hasTrees()) return std::int64_t{bucket} * WdbEventBlock::KeyAddresses;
     return hasOneBucket() ? 0 : static_cast<std::int64_t>(bucket * header.addressesPerBucket);
 }
 
@@ -149,6 +159,8 @@ const char* nameOfEventType(int typeId) {
             return "one list of blocks";
         case WdbEventBlockDatabaseFactory::MultipleBucket:
             return "one list of blocks a bucket";
+        case WdbEventBlockDatabaseFactory::MultipleBtree:
+            return "one B-tree of blocks a bucket";
         default:
             return nullptr;
     }
@@ -175,24 +187,43 @@ EventBlockCursor::EventBlockCursor(Inspection& inspection, const StoredEvents& e
       m_events(events),
       m_bucket(bucket),
       m_base(events.baseOf(bucket.index)),
-      m_nodes(inspection, {.part = events.place.part, .bucket = bucket.index}, bucket.firstNode),
+      m_walk(makeWalk()),
       m_image(events.header.eventBlockSize) {}
 
+EventBlockCursor::Walk EventBlockCursor::makeWalk() {
+    const Place place{.part = m_events.place.part, .bucket = m_bucket.index};
+    if (m_events.hasTrees()) return TreeCursor(m_inspection, place, m_bucket.head, m_base);
+    return ListCursor(m_inspection, place, m_bucket.head);
+}
+
 bool EventBlockCursor::nextStored() {
-    return m_nodes.next();
+    return std::visit([](auto& walk) { return walk.next(); }, m_walk);
 }
 
 bool EventBlockCursor::next() {
-    while (m_nodes.next()) {
+    while (nextStored()) {
         if (unpack()) return true;
     }
     return false;
 }
 
 Place EventBlockCursor::place() const {
-    Place place = m_nodes.place();
+    Place place = std::visit([](const auto& walk) { return walk.place(); }, m_walk);
     place.block = offset();
     return place;
+}
+
+TreeCursor::Entry EventBlockCursor::entry() const {
+    return std::visit([](const auto& walk) { return walk.entry(); }, m_walk);
+}
+
+std::uint64_t EventBlockCursor::nodeCount() const {
+    return std::visit([](const auto& walk) { return walk.nodeCount(); }, m_walk);
+}
+
+std::size_t EventBlockCursor::treeDepth() const {
+    const auto* tree = std::get_if<TreeCursor>(&m_walk);
+    return tree == nullptr ? 0 : tree->depth();
 }
 
 WdbEvent EventBlockCursor::event(std::size_t index) const {
@@ -216,7 +247,18 @@ bool EventBlockCursor::unpack() {
         m_lastTime = event(i).getTime();
         m_latestTime = m_latestTime ? std::max(*m_latestTime, *m_lastTime) : *m_lastTime;
     }
+    auto* tree = std::get_if<TreeCursor>(&m_walk);
+    if (tree != nullptr && !m_offsets.empty()) judgeInTree(*tree);
     return true;
+}
+
+void EventBlockCursor::judgeInTree(TreeCursor& tree) {
+    WdbEventBlock block(m_events.header.eventBlockSize, m_base);
+    for (std::size_t i = 0; i < m_offsets.size(); ++i) {
+        block.addEvent(reinterpret_cast<char*>(m_image.data()) + m_offsets[i],
+                       event(i).sizeofEvent());
+    }
+    tree.judgeBlock(block, event(0).getTime(), event(m_offsets.size() - 1).getTime());
 }
 
 void EventBlockCursor::findEvents() {
@@ -289,13 +331,14 @@ bool EventBlockCursor::judgeEvent(std::size_t index) {
 
 // A bucket's events lie inside it. The last bucket also takes, uncut, what belongs to none: the
 // address right behind the last one where that begins a bucket, and all that lie further away. The
-// first one takes negative addresses of which a bucket's worth would reach it.
+// first one takes negative addresses of which a bucket's worth would reach it, unless it is a tree.
 bool EventBlockCursor::judgeAddresses(std::size_t index, const WdbEvent& event) {
     const auto addresses = static_cast<std::int64_t>(m_events.header.numberOfAddresses);
     const auto perBucket = static_cast<std::int64_t>(m_events.header.addressesPerBucket);
     std::int64_t begin = event.getStartAddress();
     const auto wrapped = static_cast<std::int32_t>(begin - m_base);
-    if (m_bucket.index == 0 && wrapped < 0 && wrapped > -perBucket) begin = wrapped;
+    const bool takesNegative = m_bucket.index == 0 && !m_events.hasTrees();
+    if (takesNegative && wrapped < 0 && wrapped > -perBucket) begin = wrapped;
     const std::int64_t end = begin + event.getValuelength();
     const std::int64_t bucketEnd = m_base + perBucket;
     const bool isLast = m_bucket.index + 1 == m_events.header.numberOfBuckets;

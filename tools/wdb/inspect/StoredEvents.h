@@ -4,17 +4,19 @@
 #include "events/WdbEventDatabaseHeader.h"
 #include "inspect/NodeCursor.h"
 #include "inspect/StoredContents.h"
+#include "inspect/TreeCursor.h"
 
 #include <cstdint>
 #include <optional>
+#include <variant>
 #include <vector>
 
 namespace Korvel {
 
-/// A bucket that has a list.
+/// A bucket that has a list or a tree.
 struct UsedBucket {
     unsigned int index = 0;
-    std::int64_t firstNode = 0;
+    std::int64_t head = 0;  ///< first node of the list, or state block of the tree
 };
 
 /// The section "WDB.Event" as stored.
@@ -26,6 +28,7 @@ struct StoredEvents {
     std::vector<UsedBucket> buckets;
 
     bool hasOneBucket() const;
+    bool hasTrees() const;
 
     /// Address that the bucket's stored addresses are counted from.
     std::int64_t baseOf(unsigned int bucket) const;
@@ -44,7 +47,7 @@ class EventBlockCursor {
 public:
     EventBlockCursor(Inspection& inspection, const StoredEvents& events, const UsedBucket& bucket);
 
-    /// Moves to the next block of the list without looking at it. False at the end.
+    /// Moves to the next block of the bucket without looking at it. False at the end.
     bool nextStored();
 
     /// Moves to the next block that can be unpacked. False at the end.
@@ -52,8 +55,14 @@ public:
 
     /// Where the block is: bucket, node, entry and block are set.
     Place place() const;
-    std::int64_t offset() const { return m_nodes.entry().handle; }
-    std::uint32_t storedSize() const { return m_nodes.entry().size; }
+    std::int64_t offset() const { return entry().handle; }
+    std::uint32_t storedSize() const { return entry().size; }
+
+    /// Of the list or tree, as far as it was gone through.
+    std::uint64_t nodeCount() const;
+
+    /// Levels of the tree; 0 for a list.
+    std::size_t treeDepth() const;
 
     // What follows is about the block that next() found.
 
@@ -71,7 +80,14 @@ public:
     std::size_t usedSize() const { return m_usedSize; }
 
 private:
+    using ListCursor = NodeCursor<WdbBlockListNode<WdbEventDatabaseHeader::NodeCapacity>>;
+
+    using Walk = std::variant<ListCursor, TreeCursor>;
+
+    Walk makeWalk();
+    TreeCursor::Entry entry() const;
     bool unpack();
+    void judgeInTree(TreeCursor& tree);
     void findEvents();
     void judgeHeader(std::uint32_t claimedCount);
     bool judgeEvent(std::size_t index);
@@ -83,7 +99,7 @@ private:
     const StoredEvents& m_events;
     UsedBucket m_bucket;
     std::int64_t m_base;  // of the bucket
-    NodeCursor<WdbBlockListNode<WdbEventDatabaseHeader::NodeCapacity>> m_nodes;
+    Walk m_walk;
     std::vector<std::uint8_t> m_image;
     std::vector<std::uint32_t> m_offsets;  // of the block's events in its image
     std::size_t m_usedSize = 0;
