@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <ostream>
+#include <stdexcept>
 #include <vector>
 
 #include "container/WdbBlockCodec.h"
@@ -162,56 +163,52 @@ bool WdbEventBlock::isAddressInKey(long long address, long long baseAddress,
     return (key[p / 8] >> (p % 8) & 1) != 0;
 }
 
-// Per address of a bucket, the changes that a block holds of it.
+// What a block tells of the changes of each address of a bucket. Made for every block that a tree
+// gets, so without an allocation and in one pass.
 class WdbEventBlock::GapTable {
 public:
-    GapTable(const WdbEventBlock& block, long long baseAddress) : m_slots(KeyAddresses) {
-        for (unsigned int i = 0; i < block.size(); ++i) {
-            const WdbEvent event = block.eventAt(i);
-            const std::size_t first = static_cast<unsigned int>(event.getStartAddress()) -
-                                      static_cast<unsigned int>(baseAddress);
-            for (std::size_t p = first; p < first + event.getValuelength(); ++p) {
-                note(m_slots.at(p), event.getTime());
-            }
-        }
+    GapTable(const WdbEventBlock& block, long long baseAddress) {
+        block.forEachEvent([&](const WdbEvent& event) {
+            const unsigned long long first = static_cast<unsigned int>(event.getStartAddress()) -
+                                             static_cast<unsigned int>(baseAddress);
+            const unsigned long long end = first + event.getValuelength();
+            if (end > KeyAddresses) throw std::out_of_range("An address is not in the key.");
+            const long long time = event.getTime();
+            for (auto address = first; address < end; ++address)
+                note(static_cast<unsigned int>(address), time);
+        });
     }
 
+    // An address that changes only once has no gap of its own.
     long long largestGap(long long blockTimeSpan) const {
-        long long largest = 0;
-        for (const Slot& slot : m_slots) {
-            if (!slot.seen) continue;
-            if (!slot.seenTwice) return blockTimeSpan;
-            largest = std::max(largest, slot.largestGap);
-        }
-        return largest;
+        return m_seenOnce > 0 ? blockTimeSpan : m_largestGap;
     }
 
     void fillKey(unsigned char key[KeySize]) const {
         std::memset(key, 0, KeySize);
-        for (std::size_t p = 0; p < m_slots.size(); ++p) {
-            if (m_slots[p].seen)
-                key[p / 8] = static_cast<unsigned char>(key[p / 8] | 1u << (p % 8));
-        }
+        for (unsigned int address = 0; address < KeyAddresses; ++address)
+            key[address / 8] = static_cast<unsigned char>(
+                key[address / 8] | (m_timesSeen[address] != 0) << address % 8);
     }
 
 private:
-    struct Slot {
-        bool seen = false;
-        bool seenTwice = false;
-        long long lastTime = 0;
-        long long largestGap = 0;
-    };
-
-    static void note(Slot& slot, long long time) {
-        if (slot.seen) {
-            slot.largestGap = std::max(slot.largestGap, timeBetween(slot.lastTime, time));
-            slot.seenTwice = true;
+    void note(unsigned int address, long long time) {
+        unsigned char& seen = m_timesSeen[address];
+        if (seen == 0) {
+            ++m_seenOnce;
+            seen = 1;
+        } else {
+            m_largestGap = std::max(m_largestGap, timeBetween(m_lastTime[address], time));
+            m_seenOnce -= seen == 1;
+            seen = 2;
         }
-        slot.seen = true;
-        slot.lastTime = time;
+        m_lastTime[address] = time;
     }
 
-    std::vector<Slot> m_slots;
+    unsigned char m_timesSeen[KeyAddresses] = {};  // 2: twice or more
+    long long m_lastTime[KeyAddresses];            // of those that were seen
+    unsigned int m_seenOnce = 0;                   // number of addresses
+    long long m_largestGap = 0;
 };
 
 long long WdbEventBlock::getLargestDiff(long long baseAddress) const {
