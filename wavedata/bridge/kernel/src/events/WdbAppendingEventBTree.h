@@ -47,6 +47,7 @@ public:
     WdbAppendingEventBTree(const WdbAppendingEventBTree&) = delete;
     WdbAppendingEventBTree& operator=(const WdbAppendingEventBTree&) = delete;
 
+    bool isAppending() const { return m_access == Access::Append; }
     long long getRootNode() const { return m_rootNode; }
 
     /// Whether a record was added.

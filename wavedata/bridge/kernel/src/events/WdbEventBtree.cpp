@@ -8,6 +8,17 @@
 #include "container/WdbNodeChain.h"
 
 namespace Korvel {
+namespace {
+
+bool changesUpTo(long long time, long long address, const WdbEventBlock& block) {
+    for (WdbEventBlock::Iterator event = block.getIterator(); event; ++event) {
+        if ((*event).getTime() > time) return false;
+        if ((*event).isWithinRange(address)) return true;
+    }
+    return false;
+}
+
+}  // namespace
 
 WdbEventBtree::WdbEventBtree(WdbIBlockManager& blocks, WdbIBlockManager& nodes,
                              long long slotOffset, unsigned int blockCapacity,
@@ -73,7 +84,10 @@ void WdbEventBtree::appendEventBTreeRecord(long long offset, unsigned int compre
 }
 
 void WdbEventBtree::publish() const {
-    if (m_nodes) m_nodes->publish();
+    m_nodes->publish();
+    if (m_nodes->isAppending() || m_isCut) return;
+    // Another process may have been about to say when the tree starts.
+    m_pBlocks->getBlock(m_stateOffset, reinterpret_cast<char*>(&m_state), sizeof(m_state));
 }
 
 int WdbEventBtree::findEventBlock(long long address, long long time, WdbEventBlock& block) const {
@@ -99,17 +113,18 @@ WdbEventBtree::EventBlockIterator WdbEventBtree::getEventBlockIterator(long long
 WdbEventBtree::ValueIterator WdbEventBtree::getValueBlockIterator(long long address,
                                                                   long long time) const {
     const WdbAddressKey wanted({address}, m_baseAddress);
-    EventBlockIterator blocks = iterate();
-    const auto eventsFrom = [&](const EventBlockIterator& first) {
-        return EventIterator(first, address, wanted, m_blockCapacity);
-    };
-    for (blocks.seek(time, wanted); !blocks.isEof(); blocks.toPrevious(wanted)) {
-        EventIterator events = eventsFrom(blocks);
-        if (!events.isEof() && events.getTime() <= time)
-            return ValueIterator(address, std::move(events), time);
+    EventBlockIterator first = iterate();
+    first.seek(time, wanted);
+    WdbEventBlock block(m_blockCapacity, m_baseAddress);
+    for (; !first.isEof(); first.toPrevious(wanted)) {
+        first.getEventBlock(block);
+        if (changesUpTo(time, address, block)) break;
     }
-    blocks.moveTo(0);
-    return ValueIterator(address, eventsFrom(blocks), time);
+    if (first.isEof()) {
+        first.moveTo(0);
+        if (!first.isWanted(wanted)) first.toNext(wanted);
+    }
+    return ValueIterator(address, EventIterator(first, address, wanted, m_blockCapacity), time);
 }
 
 WdbEventBtree::EventBlockIterator WdbEventBtree::iterate() const {

@@ -89,7 +89,7 @@ private:
     mutable WdbEventBlock m_block;  // the current one
     unsigned int m_blockCapacity;
     std::unique_ptr<Nodes> m_nodes;
-    WdbEventBTreeState m_state;  // but for the root, which the nodes know
+    mutable WdbEventBTreeState m_state;  // but for the root, which the nodes know
 };
 
 /// Goes through the blocks of a tree as they were when the iterator was made, both ways. A plain
