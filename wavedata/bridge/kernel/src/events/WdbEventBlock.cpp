@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <limits>
 #include <ostream>
 #include <stdexcept>
 #include <vector>
@@ -164,62 +166,76 @@ bool WdbEventBlock::isAddressInKey(long long address, long long baseAddress,
 }
 
 // What a block tells of the changes of each address of a bucket. Made for every block that a tree
-// gets, so without an allocation and in one pass.
+// gets, so without an allocation, and the addresses of an event are taken many at a time.
 class WdbEventBlock::GapTable {
 public:
-    GapTable(const WdbEventBlock& block, long long baseAddress) {
-        block.forEachEvent([&](const WdbEvent& event) {
-            const unsigned long long first = static_cast<unsigned int>(event.getStartAddress()) -
-                                             static_cast<unsigned int>(baseAddress);
-            const unsigned long long end = first + event.getValuelength();
+    GapTable(const WdbEventBlock& block, long long baseAddress)
+        : m_pBlock(&block), m_baseAddress(baseAddress) {
+        block.forEachEvent([this](const WdbEvent& event) {
+            const std::size_t end = firstOf(event) + event.getValuelength();
             if (end > KeyAddresses) throw std::out_of_range("An address is not in the key.");
-            const long long time = event.getTime();
-            for (auto address = first; address < end; ++address)
-                note(static_cast<unsigned int>(address), time);
+            for (std::size_t p = firstOf(event); p < end;) {
+                const std::size_t bits = std::min(end - p, WordBits - p % WordBits);
+                const std::uint64_t changed = AllBits >> (WordBits - bits) << p % WordBits;
+                m_seenTwice[p / WordBits] |= m_seen[p / WordBits] & changed;
+                m_seen[p / WordBits] |= changed;
+                p += bits;
+            }
         });
     }
 
-    // An address that changes only once has no gap of its own.
-    long long largestGap(long long blockTimeSpan) const {
-        return m_seenOnce > 0 ? blockTimeSpan : m_largestGap;
+    // An address that changes only once has no gap of its own, so that the times of the others do
+    // not matter: nearly always.
+    long long largestGap() const {
+        return m_seen != m_seenTwice ? m_pBlock->timeSpan() : largestGapOfAll();
     }
 
-    void fillKey(unsigned char key[KeySize]) const {
-        std::memset(key, 0, KeySize);
-        for (unsigned int address = 0; address < KeyAddresses; ++address)
-            key[address / 8] = static_cast<unsigned char>(
-                key[address / 8] | (m_timesSeen[address] != 0) << address % 8);
-    }
+    void fillKey(unsigned char key[KeySize]) const { std::memcpy(key, m_seen.data(), KeySize); }
 
 private:
-    void note(unsigned int address, long long time) {
-        unsigned char& seen = m_timesSeen[address];
-        if (seen == 0) {
-            ++m_seenOnce;
-            seen = 1;
-        } else {
-            m_largestGap = std::max(m_largestGap, timeBetween(m_lastTime[address], time));
-            m_seenOnce -= seen == 1;
-            seen = 2;
-        }
-        m_lastTime[address] = time;
+    static constexpr std::size_t WordBits = 64;
+    static constexpr std::uint64_t AllBits = ~std::uint64_t{0};
+    using Bits = std::array<std::uint64_t, KeyAddresses / WordBits>;
+
+    std::size_t firstOf(const WdbEvent& event) const {
+        return static_cast<unsigned int>(event.getStartAddress()) -
+               static_cast<unsigned int>(m_baseAddress);
     }
 
-    unsigned char m_timesSeen[KeyAddresses] = {};  // 2: twice or more
-    long long m_lastTime[KeyAddresses];            // of those that were seen
-    unsigned int m_seenOnce = 0;                   // number of addresses
-    long long m_largestGap = 0;
+    // Of the addresses of an event, the one that changed longest ago has the largest gap.
+    long long largestGapOfAll() const {
+        constexpr long long Never = std::numeric_limits<long long>::max();
+        std::array<long long, KeyAddresses> lastTimes;
+        lastTimes.fill(Never);
+        long long largest = 0;
+        m_pBlock->forEachEvent([&](const WdbEvent& event) {
+            long long earliest = Never;
+            const std::size_t first = firstOf(event);
+            for (std::size_t p = first; p < first + event.getValuelength(); ++p) {
+                earliest = std::min(earliest, lastTimes[p]);
+                lastTimes[p] = event.getTime();
+            }
+            if (earliest != Never)
+                largest = std::max(largest, timeBetween(earliest, event.getTime()));
+        });
+        return largest;
+    }
+
+    const WdbEventBlock* m_pBlock;
+    long long m_baseAddress;
+    Bits m_seen = {};  // bit p is address p, as in a key
+    Bits m_seenTwice = {};
 };
 
 long long WdbEventBlock::getLargestDiff(long long baseAddress) const {
-    return GapTable(*this, baseAddress).largestGap(timeSpan());
+    return GapTable(*this, baseAddress).largestGap();
 }
 
 void WdbEventBlock::getLargestDiffAndKey(long long baseAddress, long long& largestDiff,
                                          unsigned char key[KeySize]) const {
     const GapTable table(*this, baseAddress);
     table.fillKey(key);
-    largestDiff = table.largestGap(timeSpan());
+    largestDiff = table.largestGap();
 }
 
 // Looked at for every block that fills up, so without an allocation.
