@@ -22,7 +22,9 @@ public:
     /// Only the live writer looks at the mode: it accepts LiveMode and ends the process otherwise.
     enum WriterMode : int { DefaultMode = 0, LiveMode = 1, LegacyMode = 2 };
 
-    /// How a recording on disk keeps its events. Readers answer alike for all of them.
+    /// How a recording on disk keeps its events. Readers answer alike for all of them, as far as
+    /// addresses lie in the address size: of others a MultipleBucketBtree may refuse one with
+    /// std::out_of_range.
     enum DatabaseType : int {
         SingleBucket = 1000,         ///< one list of blocks; for a few addresses
         MultipleBucket = 1001,       ///< one list of blocks a bucket of addresses
@@ -108,7 +110,7 @@ public:
     virtual void setBucketDivision(unsigned int addressesPerBucket) = 0;
 
     /// Whether a full block drops writes that a later write of the same time, address and length
-    /// supersedes. On unless cleared.
+    /// supersedes. On unless cleared; a MultipleBucketBtree always does.
     virtual void setFilterRepeatedValue(bool filter) = 0;
 
     /// A DatabaseType, MultipleBucket unless set. Read by open() of the writer of a recording on

@@ -37,7 +37,7 @@ public:
           m_access(access),
           m_openPath(access == Access::Append ? nodes : blocks) {
         if (access == Access::Read) {
-            lookAgain();
+            readEdge();
         } else {
             m_openPath.makeRoot();
             putRoot();
@@ -77,7 +77,7 @@ public:
     /// that is only read, finds what another process has published since.
     void publish() {
         if (m_access == Access::Read) {
-            if (isOutdated()) lookAgain();
+            if (isOutdated()) readEdge();
             return;
         }
         if (m_isPending && !m_isPublished) {
@@ -111,12 +111,12 @@ private:
 
     // Reads the right edge. The last entry of a node on it may be older than its child in a file
     // that was not closed, and is made equal to it here. What cannot be read is left out.
-    void lookAgain() {
+    void readEdge() {
         TreePointer edge(*m_pBlocks);
         m_isCut = false;
         m_rootNode = m_rootSlot == 0 ? 0 : readHandleSlot(*m_pBlocks, m_rootSlot);
-        if (m_rootNode != 0) m_isCut = !edge.push(m_rootNode);
-        for (unsigned int tries = MostTries; !edge.isEmpty() && !isLeaf(edge.deepest()); --tries) {
+        if (m_rootNode != 0) m_isCut = !pushNode(edge, m_rootNode);
+        for (unsigned int tries = MostTries; !isComplete(edge); --tries) {
             if (tries == 0) {
                 m_isCut = true;
                 edge = TreePointer(*m_pBlocks);
@@ -125,23 +125,38 @@ private:
                 leaveOut(edge);
             }
         }
+        if (!edge.isEmpty()) edge.mendLastTime();
         edge.settle();
         m_openPath = edge;
     }
 
-    static bool isLeaf(const typename TreePointer::Level& level) {
-        return level.node->m_isLeaf != 0;
+    static bool isComplete(const TreePointer& edge) {
+        return edge.isEmpty() || (edge.deepest().node->m_isLeaf != 0 && edge.mayBeWhole());
     }
 
-    static bool pushLastChild(TreePointer& edge) {
+    bool pushLastChild(TreePointer& edge) const {
         const Node& node = *edge.deepest().node;
-        if (node.m_count == 0 || !edge.mayBeSoDeep(edge.depth() + 1) ||
-            !edge.push(node.m_children[node.m_count - 1])) {
+        if (node.m_count == 0 || node.m_isLeaf != 0 || !edge.mayBeDeeper() ||
+            !pushNode(edge, node.m_children[node.m_count - 1])) {
             return false;
         }
         if (edge.deepest().node->m_count > 0) return true;
         edge.pop();
         return false;
+    }
+
+    // Its writer may be rewriting the node. The count is written last, so the entries that it
+    // counted before the rest is read are there.
+    bool pushNode(TreePointer& edge, long long offset) const {
+        return mayFollowHandle(*m_pBlocks, offset, sizeof(Node)) &&
+               edge.push(offset, readCount(offset));
+    }
+
+    unsigned int readCount(long long node) const {
+        unsigned int count = 0;
+        m_pBlocks->getBlock(node + static_cast<long long>(offsetof(Node, m_count)),
+                            reinterpret_cast<char*>(&count), sizeof(count));
+        return count;
     }
 
     // The last entry of the deepest node cannot be followed.
@@ -157,11 +172,8 @@ private:
         if (m_rootSlot == 0) return false;
         if (readHandleSlot(*m_pBlocks, m_rootSlot) != m_rootNode) return true;
         for (std::size_t i = 0; i < m_openPath.depth(); ++i) {
-            unsigned int count = 0;
-            m_pBlocks->getBlock(
-                m_openPath.level(i).offset + static_cast<long long>(offsetof(Node, m_count)),
-                reinterpret_cast<char*>(&count), sizeof(count));
-            if (count != m_openPath.level(i).node->m_count) return true;
+            const auto& level = m_openPath.level(i);
+            if (readCount(level.offset) != level.node->m_count) return true;
         }
         return false;
     }

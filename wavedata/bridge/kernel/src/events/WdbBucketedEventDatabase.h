@@ -21,8 +21,8 @@ public:
     WdbBucketedEventDatabase(const WdbBucketedEventDatabase&) = delete;
     WdbBucketedEventDatabase& operator=(const WdbBucketedEventDatabase&) = delete;
 
-    /// Throws std::out_of_range when the section has no bucket for the event; nothing is written
-    /// then.
+    /// Throws std::out_of_range where there is no bucket for the event. Of one that was cut, the
+    /// pieces before that are recorded.
     void writeEvent(long long time, long long address, unsigned int valueLength,
                     const unsigned char* value) override;
     void setLatestTime(long long time) override {

@@ -19,7 +19,7 @@ namespace Korvel {
 ///
 /// A tree is made by whoever fills it, in a slot that holds 0; one that is in the file already is
 /// only read. Blocks come in the order of their times. What is in the current block is not found
-/// before it is saved. One thread at a time; iterators may be used by another one.
+/// before it is saved. One thread at a time, with all its iterators while the tree grows.
 class WdbEventBtree {
 public:
     using Nodes = WdbAppendingEventBTree<WdbEventBTreeRecord, long long,
@@ -67,7 +67,8 @@ public:
     void publish() const;
 
     /// Loads the last block, not after the one that covers @p time, in which @p address changes.
-    /// The change may still lie after the time; it is then looked for in the blocks before.
+    /// The change may still lie after the time; it is then looked for in the blocks before. Not for
+    /// an address that keys have no bit for.
     /// @return 0, with @p block empty, when there is none.
     int findEventBlock(long long address, long long time, WdbEventBlock& block) const;
 

@@ -44,18 +44,34 @@ public:
 
     long long getRoot() const { return isEmpty() ? 0 : m_levels.front().offset; }
 
+    /// Number of records below one entry of a level, of a tree whose right edge the path is.
+    std::size_t spread(std::size_t level) const {
+        std::size_t records = 1;
+        for (std::size_t i = level + 1; i < depth(); ++i)
+            records *= N;
+        return records;
+    }
+
+    /// Number of records of that tree.
+    std::size_t countRecords() const {
+        std::size_t count = 0;
+        for (std::size_t i = 0; i < depth(); ++i)
+            count += (m_levels[i].node->m_count - (i + 1 < depth() ? 1 : 0)) * spread(i);
+        return count;
+    }
+
     // --- Reading. ---
 
     /// Reads a node onto the path. False, and no change, when it cannot be read. Entries that make
-    /// no sense are cut off.
-    bool push(long long nodeOffset) {
+    /// no sense are cut off, and all behind the first @p mostEntries.
+    bool push(long long nodeOffset, unsigned int mostEntries = N) {
         if (nodeOffset == 0) return false;
         if (m_pCheck != nullptr && !m_pCheck->mayFollow(nodeOffset, sizeof(Node))) return false;
         Level level;
         level.node = std::make_shared<Node>();
         level.offset = nodeOffset;
         m_pStore->getBlock(nodeOffset, reinterpret_cast<char*>(level.node.get()), sizeof(Node));
-        level.node->m_count = usableEntries(*level.node);
+        level.node->m_count = std::min(mostEntries, usableEntries(*level.node));
         m_levels.push_back(std::move(level));
         return true;
     }
@@ -120,20 +136,34 @@ public:
             write(m_levels[index]);
     }
 
+    /// The last running time of the leaf is the one that is rewritten, perhaps only in part when
+    /// its writer was killed; no entry ends before it begins.
+    void mendLastTime() {
+        const Node& leaf = *deepest().node;
+        if (leaf.m_count > 0 && leaf.totalTime() < leaf.timeBefore(leaf.m_count - 1))
+            setLastTimeLength(0);
+    }
+
     /// Takes the deepest node's last entry away: it names what cannot be read.
     void dropLastEntry() { --edit(deepest()).m_count; }
 
-    /// Whether a file of this size can hold a tree so deep: all but the last node of a level are
-    /// full, so it has as many nodes above its leaves as this asks for.
-    bool mayBeSoDeep(std::size_t levels) const {
-        constexpr unsigned long long MostBytes = 1ull << 56;
-        unsigned long long nodes = 1;
-        for (std::size_t i = 2; i < levels; ++i) {
-            if (nodes > MostBytes / sizeof(Node) / N) return false;
-            nodes *= N;
-        }
-        return levels < 2 || m_pCheck == nullptr ||
-               m_pCheck->mayFollow(sizeof(WdbFileHeader), nodes * sizeof(Node));
+    /// Whether all numbers of a tree with one level more would stay within their types. Its
+    /// records may still be more than the file can hold.
+    bool mayBeDeeper() const {
+        constexpr std::size_t MostRecords = std::size_t{1} << 48;
+        std::size_t records = N;
+        for (std::size_t i = 0; i <= depth() && records <= MostRecords; ++i)
+            records *= N;
+        return records <= MostRecords;
+    }
+
+    /// Whether the file can hold as many records as the path, a right edge, says. A tree that lies
+    /// would take for ever to go through: its nodes may share their children.
+    bool mayBeWhole() const {
+        constexpr std::size_t BytesOfRecord =
+            sizeof(Node) / N + sizeof(WdbEventBTreeRecordBlock) + 1;
+        return m_pCheck == nullptr ||
+               m_pCheck->mayFollow(sizeof(WdbFileHeader), countRecords() / N * N * BytesOfRecord);
     }
 
 private:

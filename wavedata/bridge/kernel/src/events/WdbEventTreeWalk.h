@@ -24,14 +24,7 @@ public:
     WdbEventTreeWalk(const Path& edge, Store& store) : m_edge(edge), m_path(store) {}
 
     /// Number of records.
-    std::size_t size() const {
-        std::size_t count = 0;
-        for (std::size_t i = 0; i < m_edge.depth(); ++i) {
-            const std::size_t whole = m_edge.level(i).node->m_count - (isLeafLevel(i) ? 0 : 1);
-            count += whole * spread(i);
-        }
-        return count;
-    }
+    std::size_t size() const { return m_edge.countRecords(); }
 
     bool isEnd() const { return m_path.isEmpty(); }
 
@@ -39,7 +32,7 @@ public:
     std::size_t index() const {
         std::size_t index = 0;
         for (std::size_t i = 0; i < m_path.depth(); ++i)
-            index += m_path.level(i).cursor * spread(i);
+            index += m_path.level(i).cursor * m_edge.spread(i);
         return index;
     }
 
@@ -48,7 +41,7 @@ public:
 
     /// Offset of the current record; 0 at the end and in a gap.
     long long record() const {
-        if (isEnd() || !isLeafLevel(m_path.depth() - 1)) return 0;
+        if (isEnd() || !isAtLeaf()) return 0;
         const auto& leaf = m_path.deepest();
         return leaf.cursor < leaf.node->m_count ? leaf.node->m_children[leaf.cursor] : 0;
     }
@@ -63,8 +56,8 @@ public:
         if (!toRoot() || index >= size()) return toEnd();
         for (std::size_t i = 0;; ++i) {
             auto& level = m_path.deepest();
-            level.cursor = static_cast<unsigned int>(index / spread(i));
-            index %= spread(i);
+            level.cursor = static_cast<unsigned int>(index / m_edge.spread(i));
+            index %= m_edge.spread(i);
             if (!descend()) return;
         }
     }
@@ -103,8 +96,8 @@ public:
             level.cursor = entry;
             if (entry == level.node->m_count || !wanted.isIn(level.node->m_keys[entry]))
                 return toPrevious(wanted);
-            if (isLeafLevel(m_path.depth() - 1)) return;
-            time -= level.node->timeBefore(entry);
+            if (isAtLeaf()) return;
+            time = timeBetween(level.node->timeBefore(entry), time);
             if (!descend()) return toPrevious(wanted);
         }
     }
@@ -136,8 +129,9 @@ public:
         }
     }
 
-    /// Whether the key of the current place has a wanted address. Not at the end.
+    /// Whether there is a record at the current place whose key has a wanted address.
     bool isWanted(const WdbAddressKey& wanted) const {
+        if (isEnd() || !isAtLeaf()) return false;
         const Level& level = m_path.deepest();
         return level.cursor < level.node->m_count && wanted.isIn(level.node->m_keys[level.cursor]);
     }
@@ -164,14 +158,6 @@ private:
     bool isAtLeaf() const { return m_path.depth() == m_edge.depth(); }
     bool isOnEdge(std::size_t level) const {
         return m_path.level(level).offset == m_edge.level(level).offset;
-    }
-
-    // Number of records below one entry of a level.
-    std::size_t spread(std::size_t level) const {
-        std::size_t records = 1;
-        for (std::size_t i = level + 1; i < m_edge.depth(); ++i)
-            records *= N;
-        return records;
     }
 
     // False, and at the end, when there is no record at all.

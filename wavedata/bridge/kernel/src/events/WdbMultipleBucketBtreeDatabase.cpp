@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <stdexcept>
 #include <utility>
 
 #include <boost/make_shared.hpp>
@@ -47,9 +48,16 @@ void WdbMultipleBucketBtreeDatabase::initialize(long long headerOffset, bool wri
     m_cachedNodes = std::make_unique<WdbFileBlockManagerWithCache>(m_pFileManager->getStream());
     m_nodes = std::make_unique<WdbLockedBlockManager>(*m_cachedNodes, file);
     setLatestTime(section().header().latestTime);
+    unsigned long long bytesOfTrees = 0;
     for (unsigned int bucket = 0; bucket < m_trees.size(); ++bucket) {
         if (!hasTree(bucket)) continue;
+        // Trees share nothing. One that was just made may lack its node.
+        if (bytesOfTrees > 0 && !file.mayFollow(sizeof(WdbFileHeader), bytesOfTrees)) {
+            throwOpenException(ClassFile, __LINE__, "The event section's bucket table is damaged.");
+        }
+        bytesOfTrees += sizeof(WdbEventBtree::Nodes::Node);
         if (writable) {
+            load(headerOffset, /*writable=*/false);  // nothing is written when this is destroyed
             throwOpenException(ClassFile, __LINE__,
                                "The event section has trees, which cannot be appended to.");
         }
@@ -85,6 +93,7 @@ bool WdbMultipleBucketBtreeDatabase::addressHash(long long address, unsigned int
 
 WdbEventBlock& WdbMultipleBucketBtreeDatabase::openBlock(unsigned int bucket, long long time) {
     std::unique_ptr<WdbEventBtree>& tree = m_trees.at(bucket);
+    if (!section().isWritable()) throw std::logic_error("The event section is only read.");
     if (!tree) {
         createEventBtree(static_cast<int>(bucket));
         tree->setStartTime(time);
@@ -108,7 +117,7 @@ void WdbMultipleBucketBtreeDatabase::saveEvent(WdbEventBtree* tree, long long ti
 
 void WdbMultipleBucketBtreeDatabase::createEventBtree(int bucket) {
     const auto index = static_cast<unsigned int>(bucket);
-    m_trees.at(index) = openTree(index);
+    if (!m_trees.at(index)) m_trees[index] = openTree(index);
 }
 
 WdbEventBtree* WdbMultipleBucketBtreeDatabase::loadEventBtree(int bucket) const {

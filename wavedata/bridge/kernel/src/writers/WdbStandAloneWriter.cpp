@@ -20,6 +20,10 @@ constexpr int StringMapTypeId = 101;
 
 }  // namespace
 
+static_assert(IWdbWriter::SingleBucket == WdbEventBlockDatabaseFactory::SingleBucket &&
+              IWdbWriter::MultipleBucket == WdbEventBlockDatabaseFactory::MultipleBucket &&
+              IWdbWriter::MultipleBucketBtree == WdbEventBlockDatabaseFactory::MultipleBtree);
+
 WdbStandAloneWriter* WdbStandAloneWriter::s_pStandAloneWriter = nullptr;
 
 WdbStandAloneWriter::WdbStandAloneWriter() {
