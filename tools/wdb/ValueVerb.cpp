@@ -66,9 +66,10 @@ void addValueVerb(CLI::App& tool) {
         ->required();
     verb->footer(
         "Example: wdb value run.wdb -t 120ns top.cpu.pc 'top.cpu.state*' -r hex\n"
-        "The value is that after all changes of the time. Nothing is indexed: the answer costs "
-        "the\n"
-        "same however long the recording is.");
+        "The value is that after all changes of the time. Nothing is indexed: a few blocks around\n"
+        "the time are read. For an object that has not changed for long that may be all the "
+        "blocks\n"
+        "before, unless the recording has a tree over them (wdb import --database btree).");
     verb->callback([options] { runValue(*options); });
 }
 
