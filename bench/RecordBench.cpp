@@ -49,12 +49,14 @@ double heapMegabytes() {
 }
 
 // A whole recording, from open to close. The last block of a bucket is part of the work.
-void record(benchmark::State& state, Kind kind, unsigned int width, bool checkpoints) {
+void record(benchmark::State& state, Kind kind, unsigned int width, bool checkpoints,
+            int databaseType = IWdbWriter::MultipleBucket) {
     TraceScenario& scenario = scenarioOf(kind, width, state.range(0));
     const std::string path = recordingPath().string();
     WdbStandAloneWriter writer;
     writer.setAddressSize(scenario.addressSize());
     writer.setCheckpointing(checkpoints);
+    writer.setDatabaseType(databaseType);
     double peak = 0;
     for (auto _ : state) {
         const double before = heapMegabytes();
@@ -63,7 +65,7 @@ void record(benchmark::State& state, Kind kind, unsigned int width, bool checkpo
         peak = heapMegabytes() - before;
         writer.close();
     }
-    if (!scenario.isRecordedIn(path.c_str())) {
+    if (!scenario.isRecordedIn(path.c_str(), databaseType)) {
         state.SkipWithError("the recording lost or altered a change");
     }
     const auto changes = static_cast<double>(scenario.changeCount());
@@ -120,6 +122,12 @@ void registerScenario(const std::string& name, Kind kind, unsigned int width) {
         add("", [=](benchmark::State& s) { record(s, kind, width, true); })->Arg(addresses);
         add("NoCheckpoint", [=](benchmark::State& s) {
             record(s, kind, width, false);
+        })->Arg(addresses);
+        add("Btree", [=](benchmark::State& s) {
+            record(s, kind, width, true, IWdbWriter::MultipleBucketBtree);
+        })->Arg(addresses);
+        add("Single", [=](benchmark::State& s) {
+            record(s, kind, width, true, IWdbWriter::SingleBucket);
         })->Arg(addresses);
         add("CompressOnly", [=](benchmark::State& s) {
             compressOnly(s, kind, width);

@@ -138,12 +138,11 @@ void TraceScenario::copyOnly() {
     }
 }
 
-bool TraceScenario::isRecordedIn(const char* path) const {
+bool TraceScenario::isRecordedIn(const char* path, int databaseType) const {
     WdbFileManager file;
     file.open(path);
     const std::unique_ptr<WdbIEventBlockDatabase> database(
-        WdbEventBlockDatabaseFactory::getInstance().create(
-            WdbEventBlockDatabaseFactory::MultipleBucket, file));
+        WdbEventBlockDatabaseFactory::getInstance().create(databaseType, file));
     database->initialize(file.getSectionFileOffset(WdbIEventBlockDatabase::SectionID,
                                                    WdbIEventBlockDatabase::SectionVersion),
                          /*writable=*/false);

@@ -38,7 +38,7 @@ public:
     std::size_t changeCount() const { return m_changes.size(); }
 
     /// Whether a recording holds every change as it was traced.
-    bool isRecordedIn(const char* path) const;
+    bool isRecordedIn(const char* path, int databaseType) const;
 
 private:
     struct Change {
