@@ -99,17 +99,24 @@ protected:
         isDirect ? manager.addEventDirect(live.get()) : manager.addEventBuffered(live.get());
     }
 
+    void reopen() {
+        file.open();
+        manager.setEventDatabase(file.database.get());
+    }
+
     EventFile file{GetParam(), Design::Size};
     WdbAddressBTreeManager manager;
 };
 
+// What is asked of a finished recording.
+class FinishedRecording : public TreeManager {};
+
 // However many threads there are, and wherever a recording is cut into blocks.
-TEST_P(TreeManager, fillsTreesByScanning) {
+TEST_P(FinishedRecording, fillsTreesByScanning) {
     const Design design(1, 30'000);
     for (const StoredEvent& event : design.events())
         write(event);
-    file.open();
-    manager.setEventDatabase(file.database.get());
+    reopen();
     const std::vector<WdbScalarBTree*> trees = manager.getBTrees(design.scalars());
     expectAll(design, trees);
     EXPECT_EQ(manager.getBTrees(design.scalars()), trees);
@@ -181,13 +188,14 @@ TEST_P(TreeManager, tellsListenersWhatARequestApplied) {
 }
 
 // Simulated time never falls, but a damaged recording may say so.
-TEST_P(TreeManager, ignoresWhatComesBeforeTheNewestRecord) {
+TEST_P(FinishedRecording, ignoresWhatComesBeforeTheNewestRecord) {
     const auto pair = [](char value) { return std::string{value, 0, 0, 0, 0, 0, 0, 0}; };
     for (const auto& [time, value] : {std::pair{160, 1}, {50, 0}, {200, 0}})
         file.write(time, 8, pair(static_cast<char>(value)));
     file.write(100, 5, "a");
     file.write(50, 5, "b");
     file.write(150, 5, "b");
+    reopen();
     const auto trees = manager.getBTrees({{8, 0}, {5}});
     EXPECT_EQ(recordsIn(*trees[0]), (Records{{160, 1}, {200, 0}}));
     EXPECT_EQ(recordsIn(*trees[1]), (Records{{100, 'a'}, {150, 'b'}}));
@@ -195,10 +203,11 @@ TEST_P(TreeManager, ignoresWhatComesBeforeTheNewestRecord) {
     EXPECT_THROW(manager.getNextChange(0, {{1LL << 62}}), std::out_of_range);
 }
 
-TEST_P(TreeManager, keepsNothingOfACancelledScan) {
+TEST_P(FinishedRecording, keepsNothingOfACancelledScan) {
     const Design design(3, 500);
     for (const StoredEvent& event : design.events())
         write(event);
+    reopen();
     EXPECT_TRUE(manager.getBTrees(design.scalars(), [](double) { return false; }).empty());
     EXPECT_THROW(manager.getBTrees(design.scalars(), [](double) -> bool { throw 1; }), int);
     EXPECT_FALSE(manager.hasAtLeastOneBtree());
@@ -219,13 +228,12 @@ TEST_P(TreeManager, scansAnEmptyTreeAgainOnlyWhenAskedTo) {
 }
 
 // Where the disk is full a wrong picture would be worse than none.
-TEST_P(TreeManager, refusesTreesThatTheDiskCannotTake) {
+TEST_P(FinishedRecording, refusesTreesThatTheDiskCannotTake) {
     const TemporaryDirectory directory;
     const std::string path = directory.file("index");
     for (int i = 0; i < 20'000; ++i)
         file.write(i, 5, i % 2 == 0 ? "a" : "b");
-    file.open();
-    manager.setEventDatabase(file.database.get());
+    reopen();
     manager.createDrawingBTreeFile(path);
     rlimit before{};
     ::getrlimit(RLIMIT_FSIZE, &before);
@@ -246,8 +254,11 @@ TEST_P(TreeManager, refusesTreesThatTheDiskCannotTake) {
                   " for the following reason: No such file or directory");
 }
 
+const auto nameOf = [](const auto& row) { return "type" + std::to_string(row.param); };
 INSTANTIATE_TEST_SUITE_P(Types, TreeManager, ::testing::Values(SingleBucket, MultipleBucket),
-                         [](const auto& row) { return "type" + std::to_string(row.param); });
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(Types, FinishedRecording,
+                         ::testing::Values(SingleBucket, MultipleBucket, MultipleBtree), nameOf);
 
 }  // namespace
 }  // namespace Korvel

@@ -24,6 +24,7 @@ public:
         }
     }
     bool operator==(const ValueModel&) const = default;
+    bool hasSameValues(const ValueModel& other) const { return m_bytes == other.m_bytes; }
 
     int valueAt(long long time, const WdbScalar& scalar) const {
         return scalar.bit < 0 ? byteAt(scalar.address, time) : bitAt(scalar, time);

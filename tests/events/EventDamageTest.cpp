@@ -10,7 +10,8 @@ namespace Korvel {
 namespace {
 
 class EventDamage : public ::testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(Types, EventDamage, ::testing::Values(SingleBucket, MultipleBucket),
+INSTANTIATE_TEST_SUITE_P(Types, EventDamage,
+                         ::testing::Values(SingleBucket, MultipleBucket, MultipleBtree),
                          [](const auto& type) { return "type" + std::to_string(type.param); });
 
 TEST_P(EventDamage, refusesAHeaderThatTheFileCannotHold) {

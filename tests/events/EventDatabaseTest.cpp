@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "events/WdbMultipleBucketBtreeDatabase.h"
 #include "tests/support/EventFile.h"
 #include "tests/support/FileBytes.h"
 #include "tests/support/OpenFailure.h"
@@ -17,7 +18,8 @@ std::string run(char letter, std::size_t length) {
 }
 
 class EventDatabase : public ::testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(Types, EventDatabase, ::testing::Values(SingleBucket, MultipleBucket),
+INSTANTIATE_TEST_SUITE_P(Types, EventDatabase,
+                         ::testing::Values(SingleBucket, MultipleBucket, MultipleBtree),
                          [](const auto& type) { return "type" + std::to_string(type.param); });
 
 // A cut that is one off files a value under its neighbour's address, or in a bucket where no one
@@ -66,10 +68,60 @@ TEST(MultipleBuckets, cutEventsAtTheirEnds) {
 }
 
 TEST(MultipleBuckets, refuseEventsWhereThereIsNone) {
-    EventFile file(MultipleBucket, 0);
-    EXPECT_THROW(file.write(1, 0, "a"), std::out_of_range);
-    EXPECT_TRUE(file.stored().empty());
-    EXPECT_TRUE(file.database->getEventBlockDatabaseIterator({0}).empty());
+    for (const int type : {MultipleBucket, MultipleBtree}) {
+        EventFile file(type, 0);
+        EXPECT_THROW(file.write(1, 0, "a"), std::out_of_range);
+        EXPECT_TRUE(file.stored().empty());
+        EXPECT_TRUE(file.database->getEventBlockDatabaseIterator({0}).empty());
+    }
+}
+
+// Unlike lists, trees have all negative addresses in the last bucket, and none in one not there.
+TEST(BucketTrees, refuseEventsBehindTheLastBucket) {
+    EventFile file(MultipleBtree, 4096);
+    file.write(7, 2047, "ab");
+    file.write(8, -1, "ab");
+    EXPECT_THROW(file.write(9, 4096, "a"), std::out_of_range);
+    EXPECT_THROW(file.write(9, 4095, "abc"), std::out_of_range);
+    file.open();
+    const std::vector<StoredEvent> expected = {{0, 7, 2047, "a"},
+                                               {2048, 7, 2048, "b"},
+                                               {2048, 8, (1ll << 32) - 1, "ab"},
+                                               {2048, 9, 4095, "a"}};
+    EXPECT_EQ(file.stored(), expected);
+}
+
+// Only saved blocks are shown, whatever is flushed. Closing saves all, also what no key speaks of.
+TEST(BucketTrees, showSavedBlocksAndKeepEveryEvent) {
+    EventFile file(MultipleBtree, 3 * 4096, /*perBucket=*/4096);
+    file.database->setFilterRepeatedValue(false);
+    for (int i = 0; i < 100; ++i)
+        file.write(5, 1, run('a', 1000));
+    file.write(6, 3000, "b");
+    file.write(7, 5000, "c");
+    file.database->flush();
+    EXPECT_TRUE(file.stored().empty()) << "superseded writes are dropped from full blocks";
+    WdbEventBlock block(10240, 0);
+    const auto eventsIn = [&](long long address) {
+        const auto& database = dynamic_cast<WdbMultipleBucketBtreeDatabase&>(*file.database);
+        block.addEvent(1, 1, 1, reinterpret_cast<const unsigned char*>("x"));
+        EXPECT_EQ(database.findEventBlock(address, 9, block), 0) << "whatever it finds";
+        return block.size();
+    };
+    EXPECT_EQ(eventsIn(9000), 1u) << "left as it is where there is no tree";
+    EXPECT_EQ(eventsIn(1), 0u);
+    EXPECT_NE(openFailureOf([&] { file.load(/*writable=*/true); }), "") << "no tree is appended to";
+    file.open();
+    std::vector<StoredEvent> expected(10, {0, 5, 1, run('a', 1000)});
+    expected.insert(expected.end(), {{0, 6, 3000, "b"}, {2048, 7, 5000, "c"}});
+    EXPECT_EQ(file.stored(), expected);
+    EXPECT_EQ(eventsIn(1), 11u) << "the block that holds both addresses";
+    WdbIEventSource* const source = file.database->getIEventDataSource();
+    EXPECT_TRUE(source->find(1, 5, 5, 5)->isEof() && source->findEventBlock(9000, 5)->isEof());
+    EXPECT_EQ((**source->findEventBlock(9, 5)).length, 992u);
+    const std::string bytes = readFile(file.path);
+    const auto state = fieldAt<std::size_t>(bytes, EventFile::Table + 8);
+    EXPECT_EQ(fieldAt<long long>(bytes, state + 8), 7) << "times count from the first event's";
 }
 
 // A block takes what leaves four bytes free; what an empty one cannot take goes in alone as long
@@ -98,6 +150,7 @@ TEST_P(EventDatabase, cutsEventsThatNoBlockCanTake) {
             offset += piece;
         }
         expected.push_back({0, 3, 9, "after"});
+        if (GetParam() == MultipleBtree) file.open();
         EXPECT_EQ(file.stored(), expected) << row.length;
     }
 }

@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -170,6 +171,62 @@ TEST(DrawingFile, isNamedAfterTheRecordingAndItsProcess) {
     ::setenv("TMPDIR", directory.file("none").c_str(), 1);
     EXPECT_EQ(drawingFileDirectory(""), ".");
     before != nullptr ? ::setenv("TMPDIR", saved.c_str(), 1) : ::unsetenv("TMPDIR");
+}
+
+// What a viewer can ask about some scalars around a time, in one row.
+std::vector<long long> answersOf(WdbStaticReader& reader, const std::vector<WdbScalar>& scalars,
+                                 long long time, long long resolution) {
+    WdbAddressBTreeManager& manager = reader.getBTreeManager();
+    std::vector<WdbTimeByteValues> all(2);
+    manager.getValues(time, scalars, all[0].values);
+    std::vector<long long> row = {reader.getLatestTime(), manager.getNextChange(time, scalars)};
+    const auto trees = manager.getBTrees(scalars);
+    row.insert(row.end(), {reader.getPreviousEvent(time, trees), reader.getNextEvent(time, trees)});
+    reader.getValueEvent(time, trees, all[1]);
+    reader.getValueEvents(time, time + 500 * resolution, resolution, trees, all);
+    for (const WdbTimeByteValues& snapshot : all) {
+        row.push_back(snapshot.time);
+        for (const WdbByteValue& value : snapshot.values)
+            row.push_back(256 * value.type + value.value);
+    }
+    return row;
+}
+
+// Thousands of blocks, some of them at one time, with long gaps, idle addresses and word pairs
+// across a bucket's end: a viewer cannot tell how the events are kept.
+TEST(StaticReaders, answerAlikeForEveryDatabase) {
+    std::mt19937 random(5);
+    EventFile files[] = {{SingleBucket, 5000}, {MultipleBucket, 5000}, {MultipleBtree, 5000}};
+    for (EventFile& file : files) {
+        file.manager.getBlockManager().putBlock(file.header() + 64, fieldOf(160).data(), 4);
+        file.load(/*writable=*/true);
+    }
+    std::vector<long long> times = {0};
+    while (times.size() < 12'000) {
+        const long long gaps[] = {0, 0, 0, 0, 1, 8, random() % 200 > 0 ? 0 : 1'000'000'000'000};
+        times.push_back(times.back() + gaps[random() % 7]);
+        const long long address = random() % 300 == 0 ? random() % 5000 : 2030 + random() % 30;
+        const std::string values(1 + random() % 9, static_cast<char>('a' + random() % 3));
+        for (EventFile& file : files)
+            file.write(times.back(), address, values);
+    }
+    WdbStaticReader readers[3];
+    for (int i = 0; i < 3; ++i) {
+        files[i].database->setLatestTime(times.back());
+        files[i].close();
+        readers[i].createReader("", files[i].path, 0, "");
+    }
+    for (int question = 0; question < 40; ++question) {
+        std::vector<WdbScalar> scalars(1 + random() % 4);
+        for (auto& [address, bit] : scalars) {
+            address = random() % 8 == 0 ? random() % 5100 : 2020 + random() % 45;
+            bit = static_cast<int>(random() % 41) - 1;
+        }
+        const long long time = times[random() % times.size()] + random() % 5 - 2;
+        const auto expected = answersOf(readers[0], scalars, time, question % 3);
+        ASSERT_EQ(answersOf(readers[1], scalars, time, question % 3), expected);
+        ASSERT_EQ(answersOf(readers[2], scalars, time, question % 3), expected);
+    }
 }
 
 // One damaged list takes nothing from the other buckets, and does not go unsaid.

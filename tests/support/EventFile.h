@@ -15,6 +15,7 @@ namespace Korvel {
 
 constexpr int SingleBucket = WdbEventBlockDatabaseFactory::SingleBucket;
 constexpr int MultipleBucket = WdbEventBlockDatabaseFactory::MultipleBucket;
+constexpr int MultipleBtree = WdbEventBlockDatabaseFactory::MultipleBtree;
 
 // An event as a reader sees it.
 struct StoredEvent {

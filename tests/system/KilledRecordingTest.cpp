@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "container/WdbAppendingBlockList.h"
+#include "drawing/WdbBlockSearch.h"
 #include "tests/support/FileBytes.h"
 #include "tests/support/FullDisk.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -20,7 +21,7 @@
 namespace Korvel {
 namespace {
 
-class KilledRecording : public ::testing::Test {
+class KilledRecording : public ::testing::TestWithParam<int> {
 protected:
     // Runs @p body in a process of its own.
     template <typename Body>
@@ -42,11 +43,32 @@ protected:
     const std::shared_ptr<NumberedRecording::Progress> m_progress =
         NumberedRecording::sharedProgress();
 };
+INSTANTIATE_TEST_SUITE_P(Types, KilledRecording, ::testing::Values(MultipleBucket, MultipleBtree),
+                         [](const auto& type) { return "type" + std::to_string(type.param); });
+
+// A search finds what going through all events does.
+void expectPointQueries(const std::string& path, const StoredRecording& all, std::mt19937& random) {
+    const RecordingReader reader(path);
+    WdbBlockSearch search(*reader.events);
+    for (int question = 0; question < 20; ++question) {
+        const std::size_t bucket = random() % all.buckets.size();
+        const auto address = static_cast<long long>(2048 * bucket + random() % 2048);
+        const long long time = random() % (all.latestTime + 9);
+        int expected = 0;
+        for (const auto& [when, first, value] : all.buckets[bucket]) {
+            if (when <= time && first <= address && address < first + std::ssize(value))
+                expected = 256 + static_cast<unsigned char>(value[address - first]);
+        }
+        std::vector<WdbByteValue> found;
+        search.getValues(time, {{address}}, found);
+        EXPECT_EQ(256 * found[0].type + found[0].value, expected) << address << " at " << time;
+    }
+}
 
 // The moment follows from how far the recording is, and falls anywhere in what the process does
 // then: filling, storing, checkpointing.
-TEST_F(KilledRecording, holdsAllThatWasCheckpointed) {
-    constexpr int Rounds = 64;
+TEST_P(KilledRecording, holdsAllThatWasCheckpointed) {
+    constexpr int Rounds = 40;
     const unsigned int seed = std::random_device()();
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
@@ -57,7 +79,7 @@ TEST_F(KilledRecording, holdsAllThatWasCheckpointed) {
         SCOPED_TRACE(::testing::Message() << "round " << round << " at event " << moment);
         m_progress->recorded = m_progress->safe = 0;
         const pid_t child = start([&] {
-            NumberedRecording recording(m_path, *m_progress);
+            NumberedRecording recording(m_path, *m_progress, GetParam());
             while (true) {
                 recording.recordNext();
                 if (m_progress->recorded % eventsACheckpoint == 0) recording.checkpoint();
@@ -76,14 +98,15 @@ TEST_F(KilledRecording, holdsAllThatWasCheckpointed) {
         EXPECT_TRUE(byLibrary.buckets == byLayout.buckets);
         EXPECT_EQ(byLibrary.strings, byLayout.strings);
         EXPECT_GE(byLibrary.latestTime, byLayout.latestTime);
+        expectPointQueries(m_path, byLayout, random);
     }
 }
 
 // A disk that is full ends the process, and must cost no more than what was not checkpointed.
-TEST_F(KilledRecording, holdsWhatWasCheckpointedBeforeTheDiskWasFull) {
+TEST_P(KilledRecording, holdsWhatWasCheckpointedBeforeTheDiskWasFull) {
     const auto recordUntilFull = [&] {
         fillDisk(1'000'000);
-        NumberedRecording recording(m_path, *m_progress);
+        NumberedRecording recording(m_path, *m_progress, GetParam());
         while (m_progress->recorded < 1'000'000) {
             recording.recordNext();
             if (m_progress->recorded % 700 == 0) recording.checkpoint();
@@ -162,11 +185,11 @@ TEST(KilledList, isSoundAfterAnyPartOfItsWrites) {
 
 // The process only goes on as fast as it is read, but checkpoints without a pause, so that every
 // look at the file meets one.
-TEST_F(KilledRecording, aReaderBesideTheWriterSeesOneStateAfterAnother) {
-    constexpr long long Looks = 40;
+TEST_P(KilledRecording, aReaderBesideTheWriterSeesOneStateAfterAnother) {
+    constexpr long long Looks = 20;
     constexpr long long EventsALook = 900;
     const pid_t child = start([&] {
-        NumberedRecording recording(m_path, *m_progress);
+        NumberedRecording recording(m_path, *m_progress, GetParam());
         while (m_progress->recorded < Looks * EventsALook) {
             if (m_progress->recorded < m_progress->wanted) recording.recordNext();
             recording.checkpoint();
@@ -175,15 +198,21 @@ TEST_F(KilledRecording, aReaderBesideTheWriterSeesOneStateAfterAnother) {
     m_progress->wanted = 1;
     while (m_progress->safe == 0 && isRunning(child))
         ::sched_yield();
-    StoredRecording before = readWithLibrary(m_path);
+    RecordingReader first(m_path);  // asked again and again
+    StoredRecording before = first.read();
     for (long long look = 1; look <= Looks && !HasFailure(); ++look) {
         SCOPED_TRACE(look);
         m_progress->wanted = look * EventsALook;
         const long long safe = m_progress->safe;
         const StoredRecording now = readWithLibrary(m_path);
-        NumberedRecording::expectSound(now, safe, m_progress->recorded + 1);
-        for (std::size_t bucket = 0; bucket < now.buckets.size(); ++bucket)
+        StoredRecording again = first.read();
+        again.latestTime = now.latestTime;
+        for (const StoredRecording& seen : {now, again})
+            NumberedRecording::expectSound(seen, safe, m_progress->recorded + 1);
+        for (std::size_t bucket = 0; bucket < now.buckets.size(); ++bucket) {
             EXPECT_GE(now.buckets[bucket].size(), before.buckets[bucket].size());
+            EXPECT_GE(again.buckets[bucket].size(), now.buckets[bucket].size());
+        }
         EXPECT_GE(now.strings.size(), before.strings.size());
         EXPECT_GE(now.latestTime, before.latestTime);
         before = now;
@@ -198,8 +227,8 @@ TEST_F(KilledRecording, aReaderBesideTheWriterSeesOneStateAfterAnother) {
 // A kernel cannot ask for a checkpoint: its time marks must lead to one. Too few blocks for a list
 // node to be full, which is written at once; ends when the marks have shown them, however long the
 // clock takes.
-TEST_F(KilledRecording, timeMarksLeadToCheckpoints) {
-    NumberedRecording recording(m_path, *m_progress);
+TEST_P(KilledRecording, timeMarksLeadToCheckpoints) {
+    NumberedRecording recording(m_path, *m_progress, GetParam());
     while (m_progress->recorded < 10'000)
         recording.recordNext();
     const auto patience = std::chrono::steady_clock::now() + std::chrono::minutes(1);

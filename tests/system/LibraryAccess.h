@@ -18,27 +18,40 @@ inline void traceBytes(IWdbWriter& writer, long long time, long long address, st
 }
 
 // What was recorded, as the library itself reads it.
-inline StoredRecording readWithLibrary(const std::string& path) {
-    WdbFileManager file;
-    file.open(path);
-    const std::unique_ptr<WdbIEventBlockDatabase> events(
-        WdbEventBlockDatabaseFactory::getInstance().create(MultipleBucket, file));
-    events->initialize(file.getSectionFileOffset("WDB.Event", 1), /*writable=*/false);
-    StoredRecording recording = {};
-    recording.latestTime = events->getLatestTime();
-    const WdbEventDatabaseHeader& header = events->getEventDatabaseHeader();
-    recording.buckets.resize(header.numberOfBuckets);
-    for (const StoredEvent& event :
-         EventFile::eventsOf(events->getAllEventBlockDatabaseIterator())) {
-        recording.buckets.at(static_cast<std::size_t>(event.base) / header.addressesPerBucket)
-            .push_back({event.time, event.address, event.values});
+struct RecordingReader {
+    explicit RecordingReader(const std::string& path) {
+        file.open(path);
+        const long long header = file.getSectionFileOffset("WDB.Event", 1);
+        int type = 0;
+        file.getBlockManager().getBlock(header + 8, reinterpret_cast<char*>(&type), sizeof(type));
+        events.reset(WdbEventBlockDatabaseFactory::getInstance().create(type, file));
+        events->initialize(header, /*writable=*/false);
     }
-    WdbStringMapDatabase strings(file, 101);
-    strings.initialize(file.getSectionFileOffset("WDB.StringMap", 1), /*writable=*/false);
-    std::string text;
-    while (strings.getString(static_cast<unsigned int>(recording.strings.size() + 1), text))
-        recording.strings.push_back(text);
-    return recording;
+
+    StoredRecording read() {
+        StoredRecording recording = {};
+        recording.latestTime = events->getLatestTime();
+        const WdbEventDatabaseHeader& header = events->getEventDatabaseHeader();
+        recording.buckets.resize(header.numberOfBuckets);
+        for (const StoredEvent& event :
+             EventFile::eventsOf(events->getAllEventBlockDatabaseIterator())) {
+            recording.buckets.at(static_cast<std::size_t>(event.base) / header.addressesPerBucket)
+                .push_back({event.time, event.address, event.values});
+        }
+        WdbStringMapDatabase strings(file, 101);
+        strings.initialize(file.getSectionFileOffset("WDB.StringMap", 1), /*writable=*/false);
+        std::string text;
+        while (strings.getString(static_cast<unsigned int>(recording.strings.size() + 1), text))
+            recording.strings.push_back(text);
+        return recording;
+    }
+
+    WdbFileManager file;
+    std::unique_ptr<WdbIEventBlockDatabase> events;
+};
+
+inline StoredRecording readWithLibrary(const std::string& path) {
+    return RecordingReader(path).read();
 }
 
 }  // namespace Korvel

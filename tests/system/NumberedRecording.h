@@ -33,7 +33,9 @@ public:
         return {new (memory) Progress, [](Progress* p) { ::munmap(p, sizeof(Progress)); }};
     }
 
-    NumberedRecording(const std::string& path, Progress& progress) : m_progress(progress) {
+    NumberedRecording(const std::string& path, Progress& progress, int databaseType)
+        : m_progress(progress) {
+        m_writer.setDatabaseType(databaseType);
         m_writer.setAddressSize(Buckets * BucketSize);
         m_writer.open(IWdbWriter::DefaultMode, "none/sim", path, 0);
     }

@@ -95,7 +95,8 @@ private:
     }
 
     void decodeEvents(std::size_t header, long long size) {
-        require(size == 72 && at<std::int32_t>(header + 8) == 1001 &&
+        const auto type = at<std::int32_t>(header + 8);
+        require(size == 72 && (type == 1001 || type == 1002) &&
                     at<std::uint32_t>(header + 64) == EventBlockSize &&
                     at<std::uint32_t>(header + 68) == 100,
                 "the event section's header has its fixed values");
@@ -110,12 +111,54 @@ private:
         for (std::size_t bucket = 0; bucket < buckets; ++bucket) {
             const std::string what = "bucket " + std::to_string(bucket);
             const auto head = at<std::int64_t>(table + 8 * bucket);
+            if (type == 1002 && head != 0) decodeTree(what, head, bucket);
+            if (type == 1002) continue;
             walk(what, head, 100, 1208, [&](std::size_t node, std::size_t i) {
                 decodeBlock(inflated(what, at<std::int64_t>(node + 8 + 8 * i),
                                      at<std::uint32_t>(node + 808 + 4 * i), EventBlockSize),
                             bucket);
             });
         }
+    }
+
+    void decodeTree(const std::string& what, long long offset, std::size_t bucket) {
+        const std::size_t state = extent(what + " state", offset, 272);
+        const auto root = at<std::int64_t>(state);
+        if (root != 0) decodeNode(what, root, at<std::int64_t>(state + 8), bucket, true);
+    }
+
+    // Returns where the node's time ends. The last node of a level may have room, and where a kill
+    // came between the two, its last entry says less than what is below it.
+    long long decodeNode(const std::string& what, long long offset, long long start,
+                         std::size_t bucket, bool isLast) {
+        const std::size_t node = extent(what + " node", offset, 27216);
+        const auto count = at<std::uint32_t>(node + 27208),
+                   isLeaf = at<std::uint32_t>(node + 27212);
+        require(isLeaf <= 1 && count <= 100 && (isLast || count == 100), "a node is full or last");
+        long long end = start;
+        for (std::size_t i = 0; i < count; ++i) {
+            const bool isLastBelow = isLast && i + 1 == count;
+            const auto child = at<std::int64_t>(node + 8 * i);
+            const long long below = isLeaf ? decodeRecord(what, child, end, bucket)
+                                           : decodeNode(what, child, end, bucket, isLastBelow);
+            const long long said = start + at<std::int64_t>(node + 800 + 8 * i);
+            require(said == below || (isLeaf ? said > below : isLastBelow && said < below),
+                    "an entry says when what is below it ends");
+            end = isLeaf ? said : below;
+        }
+        return end;
+    }
+
+    long long decodeRecord(const std::string& what, long long offset, long long start,
+                           std::size_t bucket) {
+        const std::size_t record = extent(what + " record", offset, 24);
+        const std::vector<RecordedEvent>& events = m_recording.buckets[bucket];
+        const std::size_t first = events.size();
+        decodeBlock(
+            inflated(what, at<std::int64_t>(record), at<std::uint32_t>(record + 8), EventBlockSize),
+            bucket);
+        require(events[first].time == start, "a block starts where its entry does");
+        return events.back().time;
     }
 
     void decodeBlock(const std::string& image, std::size_t bucket) {

@@ -24,12 +24,18 @@ void run(const std::string& command) {
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 
-// What export makes of what import made of a dump.
+// What export makes of what import made of a dump. However a recording keeps its events, all verbs
+// answer alike.
 std::string againOf(const std::string& dump) {
     const TemporaryDirectory directory;
     writeFile(directory.file("in.vcd"), dump);
-    run("cd '" + directory.file("") +
-        "' && '" WDB_TOOL "' import -q in.vcd r.wdb && '" WDB_TOOL "' export r.wdb - >out.vcd");
+    run("set -e; wdb='" WDB_TOOL "'; cd '" + directory.file("") +
+        "'; for type in btree buckets single; do"
+        "  \"$wdb\" import -q --database $type in.vcd r.wdb;"
+        "  \"$wdb\" export r.wdb - >out.vcd; cp out.vcd $type.txt;"
+        "  \"$wdb\" changes r.wdb --limit 999 '*' >>$type.txt 2>&1;"
+        "  for time in 0 7 999; do \"$wdb\" value r.wdb -t $time >>$type.txt 2>&1; done;"
+        "  cmp btree.txt $type.txt; done");
     return readFile(directory.file("out.vcd"));
 }
 

@@ -40,10 +40,22 @@ TEST_F(StandAloneWriter, givesEachBegunDivisionABucket) {
         long long addresses;
         unsigned int division;
         std::size_t buckets;
-    } cases[] = {{5000, 0, Refused}, {-1, 2048, Refused}, {1ll << 62, 2048, Refused},
-                 {0, 2048, 0},       {1, 2048, 1},        {2048, 2048, 1},
-                 {2049, 2048, 2},    {3, 1, 3},           {3, 4294967295u, 1}};
+        int type = IWdbWriter::MultipleBucket;
+    } cases[] = {{5000, 0, Refused},
+                 {-1, 2048, Refused},
+                 {1ll << 62, 2048, Refused},
+                 {5000, 2048, Refused, 999},
+                 {5000, 2048, Refused, 1003},
+                 {5000, 1024, Refused, IWdbWriter::MultipleBucketBtree},
+                 {0, 2048, 0},
+                 {1, 2048, 1},
+                 {2048, 2048, 1},
+                 {2049, 2048, 2},
+                 {2049, 2048, 2, IWdbWriter::MultipleBucketBtree},
+                 {3, 1, 3},
+                 {3, 4294967295u, 1}};
     for (const auto& row : cases) {
+        m_writer.setDatabaseType(row.type);
         m_writer.setAddressSize(row.addresses);
         m_writer.setBucketDivision(row.division);
         if (row.buckets == Refused) {
