@@ -47,7 +47,6 @@ public:
     WdbAppendingEventBTree(const WdbAppendingEventBTree&) = delete;
     WdbAppendingEventBTree& operator=(const WdbAppendingEventBTree&) = delete;
 
-    bool isAppending() const { return m_access == Access::Append; }
     long long getRootNode() const { return m_rootNode; }
 
     /// Whether a record was added.
@@ -75,10 +74,12 @@ public:
 
     /// Brings the pending record into the tree and writes what is newer than the file. Of a tree
     /// that is only read, finds what another process has published since.
-    void publish() {
+    /// @return whether that was something.
+    bool publish() {
         if (m_access == Access::Read) {
-            if (isOutdated()) readEdge();
-            return;
+            if (!isOutdated()) return false;
+            readEdge();
+            return true;
         }
         if (m_isPending && !m_isPublished) {
             bringIn();
@@ -86,6 +87,7 @@ public:
         }
         m_openPath.settle();
         m_openPath.writeAll();
+        return false;
     }
 
     /// A walk over what is published now.

@@ -36,13 +36,19 @@ WdbEventBtree::WdbEventBtree(WdbIBlockManager& blocks, WdbIBlockManager& nodes,
         writeHandleSlot(blocks, m_slotOffset, m_stateOffset);
         rootSlot = m_stateOffset;
     } else if (mayFollowHandle(blocks, m_stateOffset, sizeof(m_state))) {
-        blocks.getBlock(m_stateOffset, reinterpret_cast<char*>(&m_state), sizeof(m_state));
         rootSlot = m_stateOffset;
     } else {
         m_isCut = true;
     }
     m_nodes = std::make_unique<Nodes>(nodes, blocks, rootSlot,
                                       isNew ? Nodes::Access::Append : Nodes::Access::Read);
+    if (!isNew && !m_isCut) readState();
+}
+
+// Another process may have been about to say when the tree starts. It does so before it adds a
+// record, so what is read after the records goes with them.
+void WdbEventBtree::readState() const {
+    m_pBlocks->getBlock(m_stateOffset, reinterpret_cast<char*>(&m_state), sizeof(m_state));
 }
 
 void WdbEventBtree::setStartTime(long long time) {
@@ -84,14 +90,11 @@ void WdbEventBtree::appendEventBTreeRecord(long long offset, unsigned int compre
 }
 
 void WdbEventBtree::publish() const {
-    m_nodes->publish();
-    if (m_nodes->isAppending() || m_isCut) return;
-    // Another process may have been about to say when the tree starts.
-    m_pBlocks->getBlock(m_stateOffset, reinterpret_cast<char*>(&m_state), sizeof(m_state));
+    if (m_nodes->publish()) readState();
 }
 
 int WdbEventBtree::findEventBlock(long long address, long long time, WdbEventBlock& block) const {
-    EventBlockIterator blocks = iterate();
+    EventBlockIterator blocks = getEventBlockIterator();
     if (WdbAddressKey::hasBit(address, m_baseAddress)) {
         blocks.seek(time, WdbAddressKey({address}, m_baseAddress));
     } else {
@@ -102,7 +105,7 @@ int WdbEventBtree::findEventBlock(long long address, long long time, WdbEventBlo
 }
 
 WdbEventBtree::EventBlockIterator WdbEventBtree::getEventBlockIterator(long long time) const {
-    EventBlockIterator blocks = iterate();
+    EventBlockIterator blocks = getEventBlockIterator();
     blocks.seek(time, {});
     if (blocks.isEof()) blocks.moveTo(0);
     return blocks;
@@ -113,7 +116,7 @@ WdbEventBtree::EventBlockIterator WdbEventBtree::getEventBlockIterator(long long
 WdbEventBtree::ValueIterator WdbEventBtree::getValueBlockIterator(long long address,
                                                                   long long time) const {
     const WdbAddressKey wanted({address}, m_baseAddress);
-    EventBlockIterator first = iterate();
+    EventBlockIterator first = getEventBlockIterator();
     first.seek(time, wanted);
     WdbEventBlock block(m_blockCapacity, m_baseAddress);
     for (; !first.isEof(); first.toPrevious(wanted)) {
@@ -127,7 +130,7 @@ WdbEventBtree::ValueIterator WdbEventBtree::getValueBlockIterator(long long addr
     return ValueIterator(address, EventIterator(first, address, wanted, m_blockCapacity), time);
 }
 
-WdbEventBtree::EventBlockIterator WdbEventBtree::iterate() const {
+WdbEventBtree::EventBlockIterator WdbEventBtree::getEventBlockIterator() const {
     publish();
     return EventBlockIterator(*m_pBlocks, *m_nodes, m_baseAddress, m_state.startTime);
 }

@@ -72,6 +72,9 @@ public:
     /// @return 0, with @p block empty, when there is none.
     int findEventBlock(long long address, long long time, WdbEventBlock& block) const;
 
+    /// Stands at the end, from where it is moved.
+    EventBlockIterator getEventBlockIterator() const;
+
     /// Stands at the block that covers @p time; at the first one when all start later.
     EventBlockIterator getEventBlockIterator(long long time) const;
 
@@ -80,7 +83,7 @@ public:
     ValueIterator getValueBlockIterator(long long address, long long time) const;
 
 private:
-    EventBlockIterator iterate() const;
+    void readState() const;
 
     WdbIBlockManager* m_pBlocks;
     long long m_slotOffset;

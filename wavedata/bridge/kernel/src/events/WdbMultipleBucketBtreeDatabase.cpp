@@ -1,7 +1,6 @@
 #include "events/WdbMultipleBucketBtreeDatabase.h"
 
 #include <algorithm>
-#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -67,9 +66,7 @@ void WdbMultipleBucketBtreeDatabase::initialize(long long headerOffset, bool wri
 
 // The header of a recording that was killed still says less than its blocks.
 void WdbMultipleBucketBtreeDatabase::raiseLatestTime(const WdbEventBtree& tree) {
-    WdbEventBtree::EventBlockIterator last =
-        tree.getEventBlockIterator(std::numeric_limits<long long>::min());
-    if (last.isEof()) return;
+    WdbEventBtree::EventBlockIterator last = tree.getEventBlockIterator();
     last.seekLast();
     WdbEventBlock block(section().header().eventBlockSize, tree.getBaseAddress());
     last.getEventBlock(block);
@@ -162,9 +159,8 @@ WdbIEventBlockDatabase::IteratorPtr WdbMultipleBucketBtreeDatabase::makeIterator
     unsigned int bucket) const {
     const WdbEventBtree* tree = loadEventBtree(static_cast<int>(bucket));
     if (tree == nullptr) return {};
-    return boost::make_shared<Iterator>(
-        tree->getEventBlockIterator(std::numeric_limits<long long>::min()), section().store(),
-        tree->getBaseAddress(), tree->isCut());
+    return boost::make_shared<Iterator>(tree->getEventBlockIterator(), section().store(),
+                                        tree->getBaseAddress(), tree->isCut());
 }
 
 WdbMultipleBucketBtreeDatabase::Iterator::Iterator(WdbEventBtree::EventBlockIterator blocks,
@@ -172,8 +168,19 @@ WdbMultipleBucketBtreeDatabase::Iterator::Iterator(WdbEventBtree::EventBlockIter
                                                    long long baseAddress, bool isCut)
     : m_blocks(std::move(blocks)), m_pStore(&store), m_baseAddress(baseAddress), m_isCut(isCut) {}
 
+WdbEventBtree::EventBlockIterator& WdbMultipleBucketBtreeDatabase::Iterator::current() const {
+    if (!m_isMoved) m_blocks.moveTo(0);
+    m_isMoved = true;
+    return m_blocks;
+}
+
+WdbEventBtree::EventBlockIterator& WdbMultipleBucketBtreeDatabase::Iterator::movable() {
+    m_isMoved = true;
+    return m_blocks;
+}
+
 WdbMultipleBucketBtreeDatabase::Iterator& WdbMultipleBucketBtreeDatabase::Iterator::operator++() {
-    ++m_blocks;
+    ++current();
     return *this;
 }
 
@@ -189,7 +196,7 @@ bool WdbMultipleBucketBtreeDatabase::Iterator::peekStoredBlock(const WdbStoredBl
 }
 
 std::optional<std::size_t> WdbMultipleBucketBtreeDatabase::Iterator::countUpTo(long long time) {
-    m_blocks.seek(time, {});
+    movable().seek(time, {});
     return m_blocks.isEof() ? 0 : m_blocks.getIndex() + 1;
 }
 
@@ -199,13 +206,13 @@ void WdbMultipleBucketBtreeDatabase::Iterator::lookFor(const std::vector<long lo
 
 std::optional<std::size_t> WdbMultipleBucketBtreeDatabase::Iterator::findBefore(std::size_t index) {
     if (index == 0) return {};
-    m_blocks.moveTo(index - 1);
+    movable().moveTo(index - 1);
     if (!m_blocks.isWanted(m_wanted)) m_blocks.toPrevious(m_wanted);
     return foundIndex();
 }
 
 std::optional<std::size_t> WdbMultipleBucketBtreeDatabase::Iterator::findFrom(std::size_t index) {
-    m_blocks.moveTo(index);
+    movable().moveTo(index);
     if (!m_blocks.isWanted(m_wanted)) m_blocks.toNext(m_wanted);
     return foundIndex();
 }

@@ -77,26 +77,27 @@ private:
     WdbMultipleBucketBtreeEventSource m_eventSource;
 };
 
-/// Goes through the blocks of one tree.
+/// Goes through the blocks of one tree. Goes to the first one only when it is asked about: a search
+/// moves elsewhere at once.
 class WdbMultipleBucketBtreeDatabase::Iterator : public WdbIEventBlockIterator {
 public:
-    /// @param blocks       Stands at the first block.
+    /// @param blocks       Of the tree; stands anywhere.
     /// @param store        Holds the blocks.
     /// @param baseAddress  What the addresses of the blocks count from.
     Iterator(WdbEventBtree::EventBlockIterator blocks, const WdbIBlockManager& store,
              long long baseAddress, bool isCut);
 
-    bool isEof() const override { return m_blocks.isEof(); }
-    operator bool() const override { return static_cast<bool>(m_blocks); }
+    bool isEof() const override { return current().isEof(); }
+    operator bool() const override { return static_cast<bool>(current()); }
     Iterator& operator++() override;
-    void getEventBlock(WdbEventBlock& block) const override { m_blocks.getEventBlock(block); }
+    void getEventBlock(WdbEventBlock& block) const override { current().getEventBlock(block); }
 
-    WdbStoredBlock getStoredBlock() const override { return *m_blocks; }
+    WdbStoredBlock getStoredBlock() const override { return *current(); }
     void loadStoredBlock(const WdbStoredBlock& stored, WdbEventBlock& block) const override;
     bool peekStoredBlock(const WdbStoredBlock& stored, WdbEventBlockHeader& header) const override;
     std::size_t getBlockCount() const override { return m_blocks.getBlockCount(); }
     bool isCut() const override { return m_isCut || m_blocks.hasMetDamage(); }
-    void moveTo(std::size_t index) override { m_blocks.moveTo(index); }
+    void moveTo(std::size_t index) override { movable().moveTo(index); }
 
     std::optional<std::size_t> countUpTo(long long time) override;
     void lookFor(const std::vector<long long>& addresses) override;
@@ -104,9 +105,12 @@ public:
     std::optional<std::size_t> findFrom(std::size_t index) override;
 
 private:
+    WdbEventBtree::EventBlockIterator& current() const;
+    WdbEventBtree::EventBlockIterator& movable();
     std::optional<std::size_t> foundIndex() const;
 
-    WdbEventBtree::EventBlockIterator m_blocks;
+    mutable WdbEventBtree::EventBlockIterator m_blocks;
+    mutable bool m_isMoved = false;  // until then it stands at the first block
     const WdbIBlockManager* m_pStore;
     long long m_baseAddress;
     bool m_isCut;
