@@ -21,7 +21,8 @@ struct WdbByteState;
 /// a few, many at a time are unpacked in parallel. Where a tree lies over the blocks, it tells
 /// which block covers the time and which ones hold nothing that is asked for.
 ///
-/// A damaged block counts as one without events, also where it lies about its first time.
+/// A damaged block counts as one without events, also where it lies about its first time. What the
+/// nodes of a tree say of times and addresses is believed.
 ///
 /// One thread at a time, while nobody writes to the database.
 class WdbBlockSearch {

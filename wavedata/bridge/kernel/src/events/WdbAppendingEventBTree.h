@@ -85,8 +85,10 @@ public:
             bringIn();
             m_isPublished = true;
         }
-        m_openPath.settle();
-        m_openPath.writeAll();
+        if (m_openPath.isDirty()) {
+            m_openPath.settle();
+            m_openPath.writeAll();
+        }
         return false;
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <utility>
@@ -128,6 +129,13 @@ public:
     void settle() {
         for (std::size_t index = depth(); index-- > 1;)
             tellParent(index);
+    }
+
+    /// Whether a node is newer than the file. Where none is, what each says of the next one is
+    /// true.
+    bool isDirty() const {
+        return std::any_of(m_levels.begin(), m_levels.end(),
+                           [](const Level& level) { return level.isDirty; });
     }
 
     /// Writes every node that is newer than the file: children before what names them.
