@@ -20,8 +20,7 @@ long long latestStoredTime(const WdbEventBlockList& list, const WdbIBlockManager
 WdbEventBlockListIterator::WdbEventBlockListIterator(const WdbIBlockManager& store,
                                                      const WdbEventBlockList& list,
                                                      long long baseAddress)
-    : m_pStore(&store),
-      m_baseAddress(baseAddress),
+    : WdbStoredBlockIterator(store, baseAddress),
       m_isCut(list.isCut()),
       m_nodes(list.getNodes()),
       m_lastNode(list.getCurrentNode()) {
@@ -41,25 +40,10 @@ WdbEventBlockListIterator& WdbEventBlockListIterator::operator++() {
     return *this;
 }
 
-void WdbEventBlockListIterator::getEventBlock(WdbEventBlock& block) const {
-    loadStoredBlock(getStoredBlock(), block);
-}
-
 WdbStoredBlock WdbEventBlockListIterator::getStoredBlock() const {
     if (m_index >= node().m_count) return {};
     const Node::Entry entry = node().entry(m_index);
     return {entry.handle, entry.size};
-}
-
-void WdbEventBlockListIterator::loadStoredBlock(const WdbStoredBlock& stored,
-                                                WdbEventBlock& block) const {
-    block.setBaseAddress(m_baseAddress);
-    block.loadBlock(stored.handle, stored.size, *m_pStore);
-}
-
-bool WdbEventBlockListIterator::peekStoredBlock(const WdbStoredBlock& stored,
-                                                WdbEventBlockHeader& header) const {
-    return WdbEventBlock::peek(stored.handle, stored.size, *m_pStore, header);
 }
 
 std::size_t WdbEventBlockListIterator::getBlockCount() const {
@@ -81,8 +65,8 @@ void WdbEventBlockListIterator::openNode(std::size_t nodeIndex) {
     m_loadedNode = nodeIndex;
     m_node = Node();
     // The file may have become shorter since the handle was met.
-    if (mayFollowHandle(*m_pStore, m_nodes[nodeIndex], sizeof(Node))) {
-        readNode(*m_pStore, m_nodes[nodeIndex], m_node);
+    if (mayFollowHandle(store(), m_nodes[nodeIndex], sizeof(Node))) {
+        readNode(store(), m_nodes[nodeIndex], m_node);
     }
 }
 

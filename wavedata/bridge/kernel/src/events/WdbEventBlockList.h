@@ -7,7 +7,7 @@
 #include "events/WdbEventBlock.h"
 #include "events/WdbEventDatabaseHeader.h"
 #include "events/WdbEventSaving.h"
-#include "events/WdbIEventBlockIterator.h"
+#include "events/WdbStoredBlockIterator.h"
 
 namespace Korvel {
 
@@ -31,7 +31,7 @@ long long latestStoredTime(const WdbEventBlockList& list, const WdbIBlockManager
                            unsigned int blockSize, long long fallback);
 
 /// Goes through the blocks of a list as they were stored when the iterator was made.
-class WdbEventBlockListIterator : public WdbIEventBlockIterator {
+class WdbEventBlockListIterator : public WdbStoredBlockIterator {
 public:
     /// @param list         Flushed; need not outlive the iterator.
     /// @param baseAddress  What the addresses of the list's blocks count from.
@@ -42,13 +42,7 @@ public:
     operator bool() const override { return !isEof(); }
     WdbEventBlockListIterator& operator++() override;
 
-    /// Leaves @p block empty at the end.
-    void getEventBlock(WdbEventBlock& block) const override;
-
     WdbStoredBlock getStoredBlock() const override;
-    void loadStoredBlock(const WdbStoredBlock& stored, WdbEventBlock& block) const override;
-
-    bool peekStoredBlock(const WdbStoredBlock& stored, WdbEventBlockHeader& header) const override;
 
     /// A damaged node counts as a full one; what it lacks has a place, but no block.
     std::size_t getBlockCount() const override;
@@ -63,8 +57,6 @@ private:
     const Node& node() const { return isAtLastNode() ? m_lastNode : m_node; }
     void openNode(std::size_t nodeIndex);
 
-    const WdbIBlockManager* m_pStore;
-    long long m_baseAddress;
     bool m_isCut;                       // when the iterator was made
     std::vector<long long> m_nodes;     // handles
     Node m_lastNode;                    // a copy: its writer may go on with the stored one

@@ -166,7 +166,7 @@ WdbIEventBlockDatabase::IteratorPtr WdbMultipleBucketBtreeDatabase::makeIterator
 WdbMultipleBucketBtreeDatabase::Iterator::Iterator(WdbEventBtree::EventBlockIterator blocks,
                                                    const WdbIBlockManager& store,
                                                    long long baseAddress, bool isCut)
-    : m_blocks(std::move(blocks)), m_pStore(&store), m_baseAddress(baseAddress), m_isCut(isCut) {}
+    : WdbStoredBlockIterator(store, baseAddress), m_blocks(std::move(blocks)), m_isCut(isCut) {}
 
 WdbEventBtree::EventBlockIterator& WdbMultipleBucketBtreeDatabase::Iterator::current() const {
     if (!m_isMoved) m_blocks.moveTo(0);
@@ -184,24 +184,13 @@ WdbMultipleBucketBtreeDatabase::Iterator& WdbMultipleBucketBtreeDatabase::Iterat
     return *this;
 }
 
-void WdbMultipleBucketBtreeDatabase::Iterator::loadStoredBlock(const WdbStoredBlock& stored,
-                                                               WdbEventBlock& block) const {
-    block.setBaseAddress(m_baseAddress);
-    block.loadBlock(stored.handle, stored.size, *m_pStore);
-}
-
-bool WdbMultipleBucketBtreeDatabase::Iterator::peekStoredBlock(const WdbStoredBlock& stored,
-                                                               WdbEventBlockHeader& header) const {
-    return WdbEventBlock::peek(stored.handle, stored.size, *m_pStore, header);
-}
-
 std::optional<std::size_t> WdbMultipleBucketBtreeDatabase::Iterator::countUpTo(long long time) {
     movable().seek(time, {});
     return m_blocks.isEof() ? 0 : m_blocks.getIndex() + 1;
 }
 
 void WdbMultipleBucketBtreeDatabase::Iterator::lookFor(const std::vector<long long>& addresses) {
-    m_wanted = WdbAddressKey(addresses, m_baseAddress);
+    m_wanted = WdbAddressKey(addresses, baseAddress());
 }
 
 std::optional<std::size_t> WdbMultipleBucketBtreeDatabase::Iterator::findBefore(std::size_t index) {

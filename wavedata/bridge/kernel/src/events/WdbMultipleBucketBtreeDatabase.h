@@ -8,6 +8,7 @@
 #include "events/WdbBucketedEventDatabase.h"
 #include "events/WdbEventBtree.h"
 #include "events/WdbMultipleBucketBtreeEventSource.h"
+#include "events/WdbStoredBlockIterator.h"
 
 namespace Korvel {
 
@@ -79,7 +80,7 @@ private:
 
 /// Goes through the blocks of one tree. Goes to the first one only when it is asked about: a search
 /// moves elsewhere at once.
-class WdbMultipleBucketBtreeDatabase::Iterator : public WdbIEventBlockIterator {
+class WdbMultipleBucketBtreeDatabase::Iterator : public WdbStoredBlockIterator {
 public:
     /// @param blocks       Of the tree; stands anywhere.
     /// @param store        Holds the blocks.
@@ -90,11 +91,7 @@ public:
     bool isEof() const override { return current().isEof(); }
     operator bool() const override { return static_cast<bool>(current()); }
     Iterator& operator++() override;
-    void getEventBlock(WdbEventBlock& block) const override { current().getEventBlock(block); }
-
     WdbStoredBlock getStoredBlock() const override { return *current(); }
-    void loadStoredBlock(const WdbStoredBlock& stored, WdbEventBlock& block) const override;
-    bool peekStoredBlock(const WdbStoredBlock& stored, WdbEventBlockHeader& header) const override;
     std::size_t getBlockCount() const override { return m_blocks.getBlockCount(); }
     bool isCut() const override { return m_isCut || m_blocks.hasMetDamage(); }
     void moveTo(std::size_t index) override { movable().moveTo(index); }
@@ -111,8 +108,6 @@ private:
 
     mutable WdbEventBtree::EventBlockIterator m_blocks;
     mutable bool m_isMoved = false;  // until then it stands at the first block
-    const WdbIBlockManager* m_pStore;
-    long long m_baseAddress;
     bool m_isCut;
     WdbAddressKey m_wanted;
 };
