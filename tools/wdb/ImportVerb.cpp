@@ -102,9 +102,8 @@ void addImportVerb(CLI::App& tool) {
         "  btree    a tree over such blocks: wdb value is fast also for objects that have not\n"
         "           changed for long. Some 10 % larger, and of several writes of an object at one\n"
         "           time only the last is sure to be kept\n"
-        "  single   one list for all addresses: smallest for a few signals; a large design is "
-        "read\n"
-        "           slower");
+        "  single   one list for all addresses: smaller where few changes lie in many buckets; a\n"
+        "           large design is read slower");
     verb->callback([options] { runImport(*options); });
 }
 

@@ -45,7 +45,7 @@ std::int64_t TreeCursor::Level::timeLength() const {
 }
 
 // A rewrite that a kill cuts short ends at a page, which may lie within a number: its bytes are
-// then of two times. Of the numbers in use only the last running time is ever rewritten.
+// then of two times. Of the running times in use only the last is ever rewritten.
 bool TreeCursor::Level::mayLastTimeBeTorn() const {
     constexpr std::int64_t PageSize = 4096;
     if (!isEdge || node.m_count == 0) return false;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 
 #include "container/WdbNodeChain.h"
@@ -95,9 +94,6 @@ public:
     /// A walk over what is published now.
     Walk walk() const { return Walk(m_openPath, *m_pNodes); }
 
-    /// Time that the tree covers.
-    Key getIndexLength() const { return m_openPath.getIndexLength(); }
-
 private:
     void bringIn() {
         m_recordOffset = m_pBlocks->addBlock(reinterpret_cast<const char*>(&m_pending.stored),
@@ -129,6 +125,8 @@ private:
                 leaveOut(edge);
             }
         }
+        for (std::size_t i = 0; i < edge.depth(); ++i)
+            m_isCut = m_isCut || edge.level(i).node->m_count < edge.level(i).claimed;
         if (!edge.isEmpty()) edge.mendLastTime();
         edge.settle();
         m_openPath = edge;
@@ -150,7 +148,7 @@ private:
     }
 
     // Its writer may be rewriting the node. The count is written last, so the entries that it
-    // counted before the rest is read are there.
+    // counted before the rest is read are there, unless the file is damaged.
     bool pushNode(TreePointer& edge, long long offset) const {
         return mayFollowHandle(*m_pBlocks, offset, sizeof(Node)) &&
                edge.push(offset, readCount(offset));
@@ -177,7 +175,7 @@ private:
         if (readHandleSlot(*m_pBlocks, m_rootSlot) != m_rootNode) return true;
         for (std::size_t i = 0; i < m_openPath.depth(); ++i) {
             const auto& level = m_openPath.level(i);
-            if (readCount(level.offset) != level.node->m_count) return true;
+            if (readCount(level.offset) != level.claimed) return true;
         }
         return false;
     }

@@ -22,7 +22,7 @@ public:
     WdbBucketedEventDatabase& operator=(const WdbBucketedEventDatabase&) = delete;
 
     /// Throws std::out_of_range where there is no bucket for the event. Of one that was cut, the
-    /// pieces before that are recorded.
+    /// pieces before that are recorded. Not for a section that is only read.
     void writeEvent(long long time, long long address, unsigned int valueLength,
                     const unsigned char* value) override;
     void setLatestTime(long long time) override {

@@ -168,8 +168,8 @@ public:
     /// Overwrites a block that is stored as it is, uncompressed. Nothing happens when it is empty.
     void putBlock(long long offset, WdbIBlockManager& store) const;
 
-    /// Sets the bit of every address that changes in the block.
-    /// The block's addresses must lie in the 2048 from @p baseAddress on.
+    /// Sets the bit of every address that changes in the block. Those outside the 2048 from
+    /// @p baseAddress on have none.
     void getkeyMap(long long baseAddress, unsigned char key[KeySize]) const;
 
     static bool isAddressInKey(long long address, long long baseAddress, const unsigned char* key);

@@ -49,9 +49,9 @@ public:
     /// Whether blocks are missing at the end because the tree is damaged.
     bool isCut() const { return m_isCut || m_nodes->isCut(); }
 
-    /// What times in the tree count from; set once, before the first block is saved.
+    /// What times in the tree count from; set before the first block is saved, which sets it again
+    /// where it starts at another time: an event without values came first.
     void setStartTime(long long time);
-    long long getStartTime() const { return m_state.startTime; }
 
     /// Stores the current block and empties it; nothing happens when it is empty.
     void saveEventBlock();

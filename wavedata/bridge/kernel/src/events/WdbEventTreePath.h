@@ -24,9 +24,10 @@ public:
 
     struct Level {
         std::shared_ptr<Node> node;
-        long long offset = 0;     // in the file
-        unsigned int cursor = 0;  // entry that a search is at
-        bool isDirty = false;     // newer than the file
+        long long offset = 0;      // in the file
+        unsigned int cursor = 0;   // entry that a search is at
+        unsigned int claimed = 0;  // entries that the file claimed when the node was read
+        bool isDirty = false;      // newer than the file
     };
 
     /// @param store  Holds the nodes; outlives the path.
@@ -64,15 +65,16 @@ public:
     // --- Reading. ---
 
     /// Reads a node onto the path. False, and no change, when it cannot be read. Entries that make
-    /// no sense are cut off, and all behind the first @p mostEntries.
-    bool push(long long nodeOffset, unsigned int mostEntries = N) {
+    /// no sense are cut off, and all behind the first @p claimed.
+    bool push(long long nodeOffset, unsigned int claimed = N) {
         if (nodeOffset == 0) return false;
         if (m_pCheck != nullptr && !m_pCheck->mayFollow(nodeOffset, sizeof(Node))) return false;
         Level level;
         level.node = std::make_shared<Node>();
         level.offset = nodeOffset;
         m_pStore->getBlock(nodeOffset, reinterpret_cast<char*>(level.node.get()), sizeof(Node));
-        level.node->m_count = std::min(mostEntries, usableEntries(*level.node));
+        level.claimed = claimed;
+        level.node->m_count = std::min(claimed, usableEntries(*level.node));
         m_levels.push_back(std::move(level));
         return true;
     }
@@ -197,8 +199,7 @@ private:
         return *level.node;
     }
 
-    // Both roots' entries say what the nodes below say: the old one for good, the new one's is the
-    // last and is kept current.
+    // Both entries say what the nodes below say: the first for good, the second is kept current.
     void growRoot(const Level& old, const Entry& entry, const Key& largestDiff,
                   const unsigned char* key) {
         Level root;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 
 #include "events/WdbAddressKey.h"
@@ -141,6 +142,7 @@ private:
     static constexpr unsigned int BeforeFirst = ~0u;  // the entry after it is 0
 
     static bool stepBack(Level& level, const WdbAddressKey& wanted) {
+        level.cursor = std::min(level.cursor, level.node->m_count);
         while (level.cursor > 0) {
             if (wanted.isIn(level.node->m_keys[--level.cursor])) return true;
         }

@@ -43,7 +43,8 @@ public:
     /// Number of blocks when the iterator was made.
     virtual std::size_t getBlockCount() const = 0;
 
-    /// Whether blocks are missing at the end because their list is damaged.
+    /// Whether blocks are missing because of damage: at the end of a list; anywhere in a tree, as
+    /// far as the iterator has met it.
     virtual bool isCut() const = 0;
 
     /// Moves to a block by its place in the order of times, counted from 0; to the end when there
@@ -51,7 +52,7 @@ public:
     virtual void moveTo(std::size_t index) = 0;
 
     // What a tree over the blocks knows of them without a look inside. A list knows nothing, and
-    // may hold anything anywhere. These move the iterator.
+    // may hold anything anywhere. All but lookFor() move the iterator.
 
     /// Number of the blocks that start at or before @p time. Nothing where that is not known.
     virtual std::optional<std::size_t> countUpTo(long long) { return {}; }

@@ -43,7 +43,7 @@ public:
     virtual IteratorPtr find(long long, long long, long long, long long) const = 0;
 
     /// The values of @p address, from the one in effect at @p time on; from the first one where
-    /// there is none yet. Never null.
+    /// there is none yet. Never null. Throws std::out_of_range for an address that has no bucket.
     virtual IteratorPtr findEventBlock(long long address, long long time) const = 0;
 };
 

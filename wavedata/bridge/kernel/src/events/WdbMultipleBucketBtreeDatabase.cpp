@@ -1,6 +1,7 @@
 #include "events/WdbMultipleBucketBtreeDatabase.h"
 
 #include <algorithm>
+#include <climits>
 #include <stdexcept>
 #include <utility>
 
@@ -64,7 +65,8 @@ void WdbMultipleBucketBtreeDatabase::initialize(long long headerOffset, bool wri
     }
 }
 
-// The header of a recording that was killed still says less than its blocks.
+// The header of a recording that was killed still says less than its blocks. The tree is not kept:
+// a viewer asks for few buckets, and each tree takes memory for whole nodes.
 void WdbMultipleBucketBtreeDatabase::raiseLatestTime(const WdbEventBtree& tree) {
     WdbEventBtree::EventBlockIterator last = tree.getEventBlockIterator();
     last.seekLast();
@@ -82,7 +84,7 @@ bool WdbMultipleBucketBtreeDatabase::addressHash(long long address, unsigned int
         return false;
     }
     const long long quotient = quotientOf(address);
-    bucket = static_cast<unsigned int>(quotient);
+    bucket = static_cast<unsigned int>(std::min<long long>(quotient, UINT_MAX));
     firstAddress = quotient * addressesPerBucket();
     lastAddress = firstAddress + addressesPerBucket() - 1;
     return true;

@@ -24,7 +24,8 @@ public:
     WdbMultipleBucketBtreeDatabase(WdbFileManager& fileManager, int typeId);
     ~WdbMultipleBucketBtreeDatabase() override;
 
-    /// Also throws Veld::OpenException where a section with trees is to be written to.
+    /// Also throws Veld::OpenException where a section with trees is to be written to, and where
+    /// the file has no room for so many trees.
     void initialize(long long headerOffset, bool writable) override;
 
     /// Does nothing: blocks are saved when they are full and when the database is destroyed.
@@ -43,7 +44,7 @@ public:
     bool addressHash(long long address, unsigned int& bucket, long long& firstAddress,
                      long long& lastAddress) const override;
 
-    // The next three throw std::out_of_range where there is no such bucket.
+    // These throw std::out_of_range where there is no such bucket.
 
     /// Makes the tree of a bucket that has none.
     void createEventBtree(int bucket);
@@ -54,6 +55,7 @@ public:
     /// loadEventBtree() for the bucket of an address.
     WdbEventBtree* loadTreeOf(long long address) const;
 
+    /// @param tree  One that was made here, not one that is only read.
     void saveEvent(WdbEventBtree* tree, long long time, long long address, unsigned int valueLength,
                    const unsigned char* value);
 
@@ -85,6 +87,7 @@ public:
     /// @param blocks       Of the tree; stands anywhere.
     /// @param store        Holds the blocks.
     /// @param baseAddress  What the addresses of the blocks count from.
+    /// @param isCut        Whether the tree could not be read whole.
     Iterator(WdbEventBtree::EventBlockIterator blocks, const WdbIBlockManager& store,
              long long baseAddress, bool isCut);
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -110,7 +109,7 @@ bool FileIO::readEndianData(void* buf, unsigned int n) {
 
 bool FileIO::writeString(const std::string& text) {
     // Its length would be read back as another one.
-    if (text.size() > std::numeric_limits<StringLength>::max()) return false;
+    if (text.size() >= NoString) return false;
     const auto length = static_cast<StringLength>(text.size());
     return writeData(&length, sizeof(length)) && writeData(text.data(), length);
 }
