@@ -18,6 +18,13 @@ bool changesUpTo(long long time, long long address, const WdbEventBlock& block) 
     return false;
 }
 
+std::unique_ptr<WdbEventBlock> loaded(const WdbEventBtree::EventBlockIterator& blocks,
+                                      unsigned int capacity) {
+    auto block = std::make_unique<WdbEventBlock>(capacity, 0);
+    blocks.getEventBlock(*block);
+    return block;
+}
+
 }  // namespace
 
 WdbEventBtree::WdbEventBtree(WdbIBlockManager& blocks, WdbIBlockManager& nodes,
@@ -118,16 +125,17 @@ WdbEventBtree::ValueIterator WdbEventBtree::getValueBlockIterator(long long addr
     const WdbAddressKey wanted({address}, m_baseAddress);
     EventBlockIterator first = getEventBlockIterator();
     first.seek(time, wanted);
-    WdbEventBlock block(m_blockCapacity, m_baseAddress);
+    auto block = std::make_unique<WdbEventBlock>(m_blockCapacity, m_baseAddress);
     for (; !first.isEof(); first.toPrevious(wanted)) {
-        first.getEventBlock(block);
-        if (changesUpTo(time, address, block)) break;
+        first.getEventBlock(*block);
+        if (changesUpTo(time, address, *block)) break;
     }
     if (first.isEof()) {
         first.moveTo(0);
         if (!first.isWanted(wanted)) first.toNext(wanted);
+        first.getEventBlock(*block);
     }
-    return ValueIterator(address, EventIterator(first, address, wanted, m_blockCapacity), time);
+    return ValueIterator(address, EventIterator(first, address, wanted, std::move(block)), time);
 }
 
 WdbEventBtree::EventBlockIterator WdbEventBtree::getEventBlockIterator() const {
@@ -202,15 +210,19 @@ void WdbEventBtree::EventBlockIterator::seek(long long time, const WdbAddressKey
 // --- Events of one address. ---
 
 WdbEventBtree::EventIterator::EventIterator(EventBlockIterator blocks, long long address,
-                                            const WdbAddressKey& wanted, unsigned int blockCapacity)
+                                            const WdbAddressKey& wanted,
+                                            std::unique_ptr<WdbEventBlock> current)
     : m_blocks(std::move(blocks)),
       m_address(address),
       m_wanted(wanted),
-      m_block(std::make_unique<WdbEventBlock>(blockCapacity, 0)),
+      m_block(std::move(current)),
       m_event(m_block->getIterator()) {
-    load();
     skipOthers();
 }
+
+WdbEventBtree::EventIterator::EventIterator(const EventBlockIterator& blocks, long long address,
+                                            const WdbAddressKey& wanted, unsigned int blockCapacity)
+    : EventIterator(blocks, address, wanted, loaded(blocks, blockCapacity)) {}
 
 WdbEventBtree::EventIterator& WdbEventBtree::EventIterator::operator++() {
     if (!isEof()) {
@@ -220,18 +232,14 @@ WdbEventBtree::EventIterator& WdbEventBtree::EventIterator::operator++() {
     return *this;
 }
 
-void WdbEventBtree::EventIterator::load() {
-    m_blocks.getEventBlock(*m_block);
-    m_event = m_block->getIterator();
-}
-
 void WdbEventBtree::EventIterator::skipOthers() {
     while (!isEof()) {
         for (; m_event; ++m_event) {
             if ((*m_event).isWithinRange(m_address)) return;
         }
         m_blocks.toNext(m_wanted);
-        load();
+        m_blocks.getEventBlock(*m_block);
+        m_event = m_block->getIterator();
     }
 }
 

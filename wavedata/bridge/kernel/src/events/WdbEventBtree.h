@@ -159,7 +159,7 @@ public:
     /// Begins with the first event of @p blocks' current block, or a later one.
     /// @param wanted  The address.
     /// @param blockCapacity  Bytes of a block before compression.
-    EventIterator(EventBlockIterator blocks, long long address, const WdbAddressKey& wanted,
+    EventIterator(const EventBlockIterator& blocks, long long address, const WdbAddressKey& wanted,
                   unsigned int blockCapacity);
 
     /// The event; lives until the next step. Not at the end.
@@ -169,7 +169,9 @@ public:
     EventIterator& operator++();
 
 private:
-    void load();
+    friend class WdbEventBtree;
+    EventIterator(EventBlockIterator blocks, long long address, const WdbAddressKey& wanted,
+                  std::unique_ptr<WdbEventBlock> current);  // holds the current block already
     void skipOthers();
 
     EventBlockIterator m_blocks;
